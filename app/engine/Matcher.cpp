@@ -35,16 +35,6 @@ struct Matcher::Compiled {
 
 namespace {
 
-icu::UnicodeString utf16(std::string_view s) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
-}
-
-std::string utf8(const icu::UnicodeString& s) {
-    std::string out;
-    s.toUTF8String(out);
-    return out;
-}
-
 bool isSingleAsciiOtherThanCr(std::string_view s) {
     return s.size() == 1 && static_cast<unsigned char>(s[0]) < 0x80 && s[0] != '\r';
 }
@@ -58,7 +48,7 @@ std::string substitute(std::string_view replacement, icu::RegexMatcher& m) {
     auto group = [&](int32_t n) {
         UErrorCode s = U_ZERO_ERROR;
         icu::UnicodeString g = m.group(n, s);
-        return U_SUCCESS(s) ? utf8(g) : std::string();
+        return U_SUCCESS(s) ? text::fromIcu(g) : std::string();
     };
     for (std::size_t i = 0; i < replacement.size();) {
         char c = replacement[i];
@@ -94,7 +84,7 @@ std::string substitute(std::string_view replacement, icu::RegexMatcher& m) {
             if (d == '{') {
                 auto close = replacement.find('}', i + 2);
                 if (close != std::string_view::npos) {
-                    auto name = utf16(replacement.substr(i + 2, close - i - 2));
+                    auto name = text::toIcu(replacement.substr(i + 2, close - i - 2));
                     UErrorCode s = U_ZERO_ERROR;
                     int32_t n = m.pattern().groupNumberFromName(name, s);
                     if (U_SUCCESS(s)) {
@@ -202,7 +192,7 @@ void Matcher::compile() {
         UErrorCode status = U_ZERO_ERROR;
         UParseError parseError{};
         std::shared_ptr<const icu::RegexPattern> regex(
-            icu::RegexPattern::compile(utf16("(?:" + pattern + ")$"), 0, parseError, status));
+            icu::RegexPattern::compile(text::toIcu("(?:" + pattern + ")$"), 0, parseError, status));
         if (U_FAILURE(status) || !regex) {
             continue;
         }
@@ -359,7 +349,7 @@ std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
     if (candidates.empty()) {
         return std::nullopt;
     }
-    const icu::UnicodeString input = utf16(raw_);
+    const icu::UnicodeString input = text::toIcu(raw_);
     for (std::uint32_t i : candidates) {
         Compiled& c = compiled_[i];
         UErrorCode status = U_ZERO_ERROR;
@@ -380,7 +370,7 @@ std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
         if (U_FAILURE(status) || end <= start) {
             continue; // an empty match never fires
         }
-        std::string matched = utf8(input.tempSubStringBetween(start, end));
+        std::string matched = text::fromIcu(input.tempSubStringBetween(start, end));
         std::string expansion = substitute(c.replacement, m);
         m.reset(icu::UnicodeString()); // drop the reference to input
         int count = static_cast<int>(text::graphemeCount(matched));

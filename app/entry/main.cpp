@@ -2,6 +2,7 @@
 // the matcher over the user's real library and settings, so abbreviations can be tried out.
 #include "engine/Matcher.h"
 #include "engine/Typos.h"
+#include "entry/Cli.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryFile.h"
 #include "library/LibraryLocation.h"
@@ -14,12 +15,6 @@
 
 namespace quillet {
 namespace {
-
-constexpr const char* usage = "Usage: quillet          try your abbreviations in the console\n"
-                              "       quillet help     show this help\n"
-                              "\n"
-                              "Each line you type is fed to the matcher key by key, with a Tab\n"
-                              "character standing for the Tab key; every expansion is printed.\n";
 
 // The abbreviations that may fire anywhere: archived snippets never do, and locked ones need the
 // application to unlock them.
@@ -92,14 +87,8 @@ int console() {
 } // namespace quillet
 
 int main(int argc, char** argv) {
-    if (argc > 1) {
-        std::string_view command = argv[1];
-        if (command == "help" || command == "--help" || command == "-h") {
-            std::fputs(quillet::usage, stdout);
-            return 0;
-        }
-        std::fprintf(stderr, "quillet: unknown command \"%s\"\n%s", argv[1], quillet::usage);
-        return 1;
+    if (auto status = quillet::CLI::run(std::vector<std::string>(argv, argv + argc))) {
+        return *status;
     }
     return quillet::console();
 }

@@ -67,16 +67,6 @@ template <typename F> void forEachGrapheme(std::string_view s, F&& f) {
     utext_close(ut);
 }
 
-icu::UnicodeString toUnicode(std::string_view s) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
-}
-
-std::string toUtf8(const icu::UnicodeString& u) {
-    std::string out;
-    u.toUTF8String(out);
-    return out;
-}
-
 const icu::Normalizer2* nfcInstance() {
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* n = icu::Normalizer2::getNFCInstance(status);
@@ -161,7 +151,7 @@ std::string toLower(std::string_view s) {
         }
         return out;
     }
-    return toUtf8(toUnicode(s).toLower(icu::Locale::getRoot()));
+    return fromIcu(toIcu(s).toLower(icu::Locale::getRoot()));
 }
 
 std::string toUpper(std::string_view s) {
@@ -174,7 +164,7 @@ std::string toUpper(std::string_view s) {
         }
         return out;
     }
-    return toUtf8(toUnicode(s).toUpper(icu::Locale::getRoot()));
+    return fromIcu(toIcu(s).toUpper(icu::Locale::getRoot()));
 }
 
 bool isNfc(std::string_view s) {
@@ -186,7 +176,7 @@ bool isNfc(std::string_view s) {
         return true;
     }
     UErrorCode status = U_ZERO_ERROR;
-    bool normalized = n->isNormalized(toUnicode(s), status);
+    bool normalized = n->isNormalized(toIcu(s), status);
     return U_FAILURE(status) || normalized;
 }
 
@@ -195,8 +185,18 @@ std::string nfc(std::string_view s) {
         return std::string(s);
     }
     UErrorCode status = U_ZERO_ERROR;
-    icu::UnicodeString out = nfcInstance()->normalize(toUnicode(s), status);
-    return U_SUCCESS(status) ? toUtf8(out) : std::string(s);
+    icu::UnicodeString out = nfcInstance()->normalize(toIcu(s), status);
+    return U_SUCCESS(status) ? fromIcu(out) : std::string(s);
+}
+
+icu::UnicodeString toIcu(std::string_view s) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
+}
+
+std::string fromIcu(const icu::UnicodeString& s) {
+    std::string out;
+    s.toUTF8String(out);
+    return out;
 }
 
 bool isValidUtf8(std::string_view s) {

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <unicode/unistr.h>
 #include <vector>
 
 // Unicode text helpers over ICU. Everything works on UTF-8; "character" means a user-perceived
@@ -51,5 +52,11 @@ std::string repairUtf8(std::string_view s);
 
 /// True when s is well-formed UTF-8.
 bool isValidUtf8(std::string_view s);
+
+/// s as ICU's UTF-16 string, for the ICU services that need one.
+icu::UnicodeString toIcu(std::string_view s);
+
+/// An ICU string as UTF-8.
+std::string fromIcu(const icu::UnicodeString& s);
 
 } // namespace quillet::text

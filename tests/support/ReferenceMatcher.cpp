@@ -12,20 +12,6 @@ struct ReferenceMatcher::Compiled {
     std::unique_ptr<icu::RegexPattern> regex;
 };
 
-namespace {
-
-icu::UnicodeString utf16(std::string_view s) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
-}
-
-std::string utf8(const icu::UnicodeString& s) {
-    std::string out;
-    s.toUTF8String(out);
-    return out;
-}
-
-} // namespace
-
 ReferenceMatcher::ReferenceMatcher() = default;
 ReferenceMatcher::~ReferenceMatcher() = default;
 
@@ -35,7 +21,7 @@ void ReferenceMatcher::compile() {
         UErrorCode status = U_ZERO_ERROR;
         UParseError pe{};
         std::unique_ptr<icu::RegexPattern> regex(
-            icu::RegexPattern::compile(utf16("(?:" + pattern + ")$"), 0, pe, status));
+            icu::RegexPattern::compile(text::toIcu("(?:" + pattern + ")$"), 0, pe, status));
         if (U_SUCCESS(status)) {
             compiled_.push_back(
                 std::make_unique<Compiled>(Compiled{pattern, replacement, std::move(regex)}));
@@ -115,7 +101,7 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::fire(Mode trigger,
 
     // Stage 2: regular expressions in pattern order, first non-empty match wins.
     if (trigger == mode) {
-        icu::UnicodeString input = utf16(buffer());
+        icu::UnicodeString input = text::toIcu(buffer());
         for (auto& c : compiled_) {
             UErrorCode status = U_ZERO_ERROR;
             std::unique_ptr<icu::RegexMatcher> m(c->regex->matcher(input, status));
@@ -123,10 +109,10 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::fire(Mode trigger,
                 continue;
             }
             icu::UnicodeString expanded;
-            m->appendReplacement(expanded, utf16(c->replacement), status);
+            m->appendReplacement(expanded, text::toIcu(c->replacement), status);
             std::string matched =
-                utf8(input.tempSubStringBetween(m->start(status), m->end(status)));
-            std::string expansion = utf8(expanded.tempSubString(m->start(status)));
+                text::fromIcu(input.tempSubStringBetween(m->start(status), m->end(status)));
+            std::string expansion = text::fromIcu(expanded.tempSubString(m->start(status)));
             int count = static_cast<int>(text::graphemeCount(matched));
             buffer_.clear();
             return Match{matched, expansion, std::string(trailer), count - 1, c->pattern};

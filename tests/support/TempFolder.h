@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <grp.h>
 #include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -62,9 +65,29 @@ inline std::vector<std::string> entriesOf(const std::filesystem::path& folder) {
     return names;
 }
 
-/// False when running as root, which reads and writes everything regardless of permissions.
-inline bool permissionsApply() {
-    return ::geteuid() != 0;
+/// Runs body in a forked child and returns its exit status, or 128 + the signal that ended it.
+inline int inChild(const std::function<int()>& body) {
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::alarm(30); // never outlive a stuck test
+        ::_exit(body());
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/// Runs body in a forked child without root's power to read and write everything: as "nobody"
+/// when the tests run as root. Returns the child's exit status; 90 when privileges could not be
+/// dropped.
+inline int asNobody(const std::function<int()>& body) {
+    return inChild([&] {
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)) {
+            return 90;
+        }
+        return body();
+    });
 }
 
 } // namespace quillet::testing

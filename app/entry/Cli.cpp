@@ -1,0 +1,183 @@
+#include "entry/Cli.h"
+
+#include "entry/CliExpand.h"
+#include "library/JsonPreferences.h"
+#include "library/LibraryFile.h"
+#include "library/LibraryLocation.h"
+#include "library/LibraryLock.h"
+#include "library/Text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <unicode/uchar.h>
+
+namespace quillet {
+namespace {
+
+const std::string noLibrary = "No snippets yet. Open Quillet once first, or wait for your synced "
+                              "folder to finish downloading them.";
+
+int fail(const std::string& message) {
+    std::cerr << message << '\n' << std::flush;
+    return 1;
+}
+
+// The settings are only read: the tool never changes them.
+struct Context {
+    JsonFilePreferences preferences{Folders::current().settingsFile(),
+                                    JsonFilePreferences::Access::readOnly};
+    LibraryLocation location{preferences};
+};
+
+std::optional<std::vector<Snippet>> readSnippets(const Context& context) {
+    LibraryRead read = readLibrary(context.location.libraryFile());
+    if (read.status != LibraryStatus::ok) {
+        return std::nullopt;
+    }
+    return std::move(read.snippets);
+}
+
+int list(const std::vector<Snippet>& snippets) {
+    std::string out;
+    for (const Snippet& s : snippets) {
+        if (s.abbreviation.empty() || s.archived) {
+            continue;
+        }
+        out += s.abbreviation;
+        out += '\t';
+        if (s.locked) {
+            out += "Locked";
+        } else {
+            out += s.firstLine();
+        }
+        out += '\n';
+    }
+    std::cout << out << std::flush;
+    return 0;
+}
+
+// Blanks and line breaks at either end go, as anywhere the user names an abbreviation.
+std::string trimmed(std::string_view s) {
+    auto parts = text::graphemes(s);
+    auto blank = [](std::string_view c) {
+        return u_isUWhiteSpace(static_cast<UChar32>(text::firstCodePoint(c))) != 0;
+    };
+    auto first = std::find_if_not(parts.begin(), parts.end(), blank);
+    auto last = std::find_if_not(parts.rbegin(), std::make_reverse_iterator(first), blank).base();
+    if (first == last) {
+        return {};
+    }
+    const char* begin = first->data();
+    const char* end = (last - 1)->data() + (last - 1)->size();
+    return std::string(begin, end);
+}
+
+int add(const Context& context, const std::vector<std::string>& args) {
+    if (args.size() < 2) {
+        return fail(CLI::usage());
+    }
+    const std::string& typed = args[1];
+    std::string content;
+    if (args.size() > 2) {
+        for (std::size_t i = 2; i < args.size(); ++i) {
+            content += (i > 2 ? " " : "") + args[i];
+        }
+    } else {
+        content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    }
+    content = text::repairUtf8(content);
+
+    const std::filesystem::path file = context.location.libraryFile();
+    std::string error;
+    // Held from the read to the write, so a concurrent add cannot slip in between and be lost.
+    LibraryLock lock(file.parent_path());
+    std::optional<std::vector<Snippet>> snippets = readSnippets(context);
+    if (!snippets) {
+        return fail("Open Quillet once first.");
+    }
+    const std::string abbreviation = trimmed(typed);
+    if (abbreviation.empty() || content.empty()) {
+        return fail("Give it an abbreviation and some text.");
+    }
+    for (const Snippet& s : *snippets) {
+        if (s.abbreviation == abbreviation) {
+            return fail("\u201C" + abbreviation + "\u201D is already a snippet.");
+        }
+    }
+    Snippet snippet = Snippet::make();
+    snippet.abbreviation = abbreviation;
+    snippet.content = content;
+    if (snippet.needsEditor()) {
+        return fail("Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} are added in "
+                    "Quillet's editor only.");
+    }
+    snippets->push_back(std::move(snippet));
+    if (!writeLibrary(file, *snippets, error)) {
+        return fail("Couldn't save: " + error);
+    }
+    std::cout << "Added " << typed << ".\n" << std::flush;
+    return 0;
+}
+
+} // namespace
+
+const std::vector<std::string>& CLI::commands() {
+    static const std::vector<std::string> words = {"list", "expand", "add", "help", "--help", "-h"};
+    return words;
+}
+
+const std::string& CLI::usage() {
+    static const std::string text =
+        "usage: snippets list                                   your snippets and the first line "
+        "of each\n"
+        "       snippets expand <abbreviation> [name=value\u2026]    print what it expands to; "
+        "name=value fills {field:name}\n"
+        "       snippets add <abbreviation> [text\u2026]             add a snippet; the text is "
+        "read from stdin when left out";
+    return text;
+}
+
+std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
+    if (arguments.size() < 2) {
+        return std::nullopt;
+    }
+    const std::vector<std::string> args(arguments.begin() + 1, arguments.end());
+    const std::string& word = args[0];
+    if (word.starts_with("chrome-extension://")) {
+        return fail("The browser bridge is not part of this build yet.");
+    }
+    const auto& known = commands();
+    if (std::find(known.begin(), known.end(), word) == known.end()) {
+        return std::nullopt;
+    }
+    if (word == "help" || word.starts_with("-")) {
+        std::cout << usage() << '\n' << std::flush;
+        return 0;
+    }
+    Context context;
+    // One read serves list; add reads again under its lock, and expand on its own task.
+    std::optional<std::vector<Snippet>> snippets = readSnippets(context);
+    if (!snippets) {
+        return fail(noLibrary);
+    }
+    if (word == "list") {
+        return list(*snippets);
+    }
+    if (word == "add") {
+        return add(context, args);
+    }
+    if (args.size() < 2) {
+        return fail(usage());
+    }
+    std::optional<std::string> result =
+        expandForCommandLine(context.preferences, context.location, args);
+    if (!result) {
+        return fail("No snippet \u201C" + args[1] + "\u201D, or its script failed.");
+    }
+    std::cout << *result << std::flush;
+    return 0;
+}
+
+} // namespace quillet

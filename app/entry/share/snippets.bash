@@ -1,0 +1,21 @@
+# bash completion for snippets (Quillet's command-line tool)
+_snippets() {
+    local cur prev words cword
+    _init_completion 2>/dev/null || {
+        cur="${COMP_WORDS[COMP_CWORD]}"
+        cword=$COMP_CWORD
+    }
+    if [ "$cword" -eq 1 ]; then
+        COMPREPLY=($(compgen -W "list expand add help" -- "$cur"))
+        return
+    fi
+    case "${COMP_WORDS[1]}" in
+    expand)
+        if [ "$cword" -eq 2 ]; then
+            local IFS=$'\n'
+            COMPREPLY=($(compgen -W "$(snippets list 2>/dev/null | cut -f1)" -- "$cur"))
+        fi
+        ;;
+    esac
+}
+complete -F _snippets snippets

@@ -1,0 +1,126 @@
+#pragma once
+
+#include "library/FileWatcher.h"
+#include "library/LibraryLocation.h"
+#include "library/Preferences.h"
+#include "library/Scheduler.h"
+#include "library/Snippet.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillet {
+
+/// The one owner of the user's snippet list in the running application. It loads the library
+/// file, saves every change, reads the file again when it changes on disk, moves the library in
+/// and out of the synced folder and keeps the read-only shared folders. Main thread only.
+///
+/// A library file that exists but cannot be read or decoded is never written over: the store
+/// starts empty with canSave() false and stays so, whatever is edited, until the file reads
+/// again.
+class SnippetStore {
+public:
+    /// The snippets of one shared folder.
+    struct SharedPack {
+        std::string folder;            ///< the path as listed under "sharedFolders"
+        std::vector<Snippet> snippets; ///< in file order, then in each file's order
+        int leftOut = 0;               ///< snippets found but not taken: only the editor runs them
+
+        friend bool operator==(const SharedPack&, const SharedPack&) = default;
+    };
+
+    /// Reads one shared folder into a pack. Given by whoever knows the exchange-file format.
+    using SharedFolderLoader = std::function<SharedPack(const std::string& folder)>;
+
+    /// Told the effective list (own snippets, then shared ones whose abbreviation is free).
+    using ChangeCallback = std::function<void(const std::vector<Snippet>& effective)>;
+
+    /// Loads the library and starts watching. preferences, watcher and scheduler must outlive
+    /// the store; without a loader, shared folders are watched but yield no packs.
+    SnippetStore(Preferences& preferences, FileWatcher& watcher, Scheduler& scheduler,
+                 Folders folders = Folders::current(), SharedFolderLoader loader = {});
+    ~SnippetStore();
+    SnippetStore(const SnippetStore&) = delete;
+    SnippetStore& operator=(const SnippetStore&) = delete;
+
+    /// The user's snippets, in their order.
+    const std::vector<Snippet>& snippets() const { return snippets_; }
+
+    /// Replaces the user's snippets, saves them and reports the effective list.
+    void setSnippets(std::vector<Snippet> snippets);
+
+    /// One pack per folder under "sharedFolders", in that order; none without a loader.
+    const std::vector<SharedPack>& shared() const { return shared_; }
+
+    /// The user's snippets followed by the shared ones whose abbreviation none of them has.
+    std::vector<Snippet> effectiveSnippets() const;
+
+    /// Sets the change callback and calls it at once with the current effective list; it is
+    /// called again whenever the user's snippets or the shared packs change.
+    void setOnChange(ChangeCallback callback);
+
+    /// Writes the list to the library file atomically; false when it was not written (canSave
+    /// is false, or the disk refused; the list stays in memory for the next change).
+    bool save();
+
+    /// Reads the library file again and takes it when it differs from the list, then reloads
+    /// the shared folders. A file that does not decode leaves the list as it is and stops saves
+    /// until it does. Called from another thread, it runs later on the main thread.
+    void reload();
+
+    /// Loads every folder under "sharedFolders" again, and watches the current set of folders.
+    void reloadShared();
+
+    /// Stops using a shared folder: removes every entry equal to folder from "sharedFolders".
+    void removeSharedFolder(const std::string& folder);
+
+    /// Moves the library into the synced folder (on) or back to this computer (off), merging it
+    /// with a library already there. Returns the message for the user, or nothing when there
+    /// was nothing to do or the setting could not be stored.
+    std::optional<std::string> setSync(bool on);
+
+    /// True when this start found no library and seeded one.
+    bool isNew() const { return isNew_; }
+
+    /// True when the library lives in the synced folder.
+    bool isSynced() const { return location_.isSynced(); }
+
+    /// False while an existing library file cannot be read: it is then never written.
+    bool canSave() const { return canSave_; }
+
+    /// Why the library file could not be read; empty once it reads.
+    const std::string& problem() const { return problem_; }
+
+    /// Where the library is now.
+    const LibraryLocation& location() const { return location_; }
+
+private:
+    void load();
+    bool loadShared();
+    void notify();
+    std::vector<std::string> sharedFolders() const;
+    std::vector<std::filesystem::path> watchedPaths() const;
+    void watchAgain();
+
+    Preferences& preferences_;
+    FileWatcher& watcher_;
+    Scheduler& scheduler_;
+    LibraryLocation location_;
+    SharedFolderLoader loader_;
+
+    std::vector<Snippet> snippets_;
+    std::vector<SharedPack> shared_;
+    ChangeCallback onChange_;
+    bool isNew_ = false;
+    bool canSave_ = true;
+    std::string problem_;
+    std::vector<std::filesystem::path> watched_;
+    // Lets work handed to the scheduler find out that the store is gone.
+    std::shared_ptr<bool> alive_;
+};
+
+} // namespace quillet

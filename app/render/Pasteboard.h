@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillet {
+
+/// The system clipboard as the clipboard history sees it. Types are MIME types.
+class Pasteboard {
+public:
+    virtual ~Pasteboard() = default;
+
+    /// A number that changes whenever the clipboard gets new content.
+    virtual std::int64_t changeCount() const = 0;
+
+    /// The types the current content is offered in.
+    virtual std::vector<std::string> types() const = 0;
+
+    /// The current content in one type, or nothing when it is not offered in that type.
+    virtual std::optional<std::string> data(std::string_view type) const = 0;
+
+    /// The current content as plain UTF-8 text, or nothing when there is no text.
+    virtual std::optional<std::string> text() const = 0;
+};
+
+} // namespace quillet

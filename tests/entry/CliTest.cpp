@@ -1,0 +1,220 @@
+// The command-line tool as users run it: the real executable, a temporary home folder, real
+// standard input, output and error.
+#include "library/LibraryFile.h"
+#include "support/ChildProcess.h"
+#include "support/TempFolder.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace quillet {
+namespace {
+
+using testing::ProcessResult;
+
+const std::string noLibrary = "No snippets yet. Open Quillet once first, or wait for your synced "
+                              "folder to finish downloading them.\n";
+
+class CliTest : public ::testing::Test {
+protected:
+    testing::TempFolder home;
+    std::filesystem::path libraryFile = home / ".local/share/quillet/snippets.json";
+
+    ProcessResult run(std::vector<std::string> args, const std::string& input = {}) {
+        args.insert(args.begin(), QUILLET_EXECUTABLE);
+        return testing::runProcess(args, input,
+                                   {{"HOME", home.path().string()},
+                                    {"XDG_DATA_HOME", ""},
+                                    {"XDG_CONFIG_HOME", ""},
+                                    {"LANG", "en_US.UTF-8"},
+                                    {"TZ", "UTC"}});
+    }
+
+    Snippet& add(std::string abbreviation, std::string content) {
+        Snippet s = Snippet::make();
+        s.abbreviation = std::move(abbreviation);
+        s.content = std::move(content);
+        library.push_back(std::move(s));
+        return library.back();
+    }
+
+    void save() {
+        std::string error;
+        ASSERT_TRUE(writeLibrary(libraryFile, library, error)) << error;
+    }
+
+    std::vector<Snippet> saved() {
+        auto read = readLibrary(libraryFile);
+        EXPECT_EQ(read.status, LibraryStatus::ok) << read.message;
+        return read.snippets;
+    }
+
+    void setting(const std::string& json) {
+        std::filesystem::create_directories(home / ".config/quillet");
+        testing::writeText(home / ".config/quillet/settings.json", json);
+    }
+
+    std::vector<Snippet> library;
+};
+
+TEST_F(CliTest, DispatchLeavesUnknownWordsToTheApplication) {
+    for (const char* word : {"help", "--help", "-h"}) {
+        ProcessResult r = run({word});
+        EXPECT_EQ(r.status, 0) << word;
+        EXPECT_TRUE(r.out.starts_with("usage: snippets list      ")) << r.out;
+        EXPECT_TRUE(r.out.ends_with("read from stdin when left out\n"));
+        EXPECT_EQ(r.err, "");
+    }
+    for (const char* word : {"-psn_0_123", "--foo", "List"}) {
+        ProcessResult r = run({word});
+        EXPECT_EQ(r.status, 0) << word;
+        EXPECT_EQ(r.out.find("usage"), std::string::npos) << word;
+        EXPECT_EQ(r.err.find("No snippets"), std::string::npos) << word;
+    }
+}
+
+TEST_F(CliTest, MissingOrDamagedLibraryIsReportedAndLeftAlone) {
+    for (auto args :
+         std::vector<std::vector<std::string>>{{"list"}, {"expand"}, {"add", ";x", "y"}}) {
+        ProcessResult r = run(args);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err, noLibrary);
+        EXPECT_EQ(r.out, "");
+    }
+    std::filesystem::create_directories(libraryFile.parent_path());
+    testing::writeText(libraryFile, "[{\"id\": broken");
+    EXPECT_EQ(run({"add", ";x", "y"}).err, noLibrary);
+    EXPECT_EQ(testing::contentsOf(libraryFile), "[{\"id\": broken");
+}
+
+TEST_F(CliTest, ListShowsFirstLinesAndHidesArchivedAndLocked) {
+    add(";a", "first\u2028second");
+    add(";b", "");
+    add(";c", "gone").archived = true;
+    add(";d", "secret").locked = true;
+    add("#(\\d+)", "Issue $1").regex = true;
+    add(";e", "return 1\nmore").kind = Snippet::Kind::javascript;
+    add("", "no abbreviation");
+    add(";f", "tab\there\rnext");
+    save();
+    ProcessResult r = run({"list"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out,
+              ";a\tfirst\n;b\t\n;d\tLocked\n#(\\d+)\tIssue $1\n;e\treturn 1\n;f\ttab\there\n");
+
+    for (Snippet& s : library) {
+        s.archived = true;
+    }
+    save();
+    r = run({"list"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+}
+
+TEST_F(CliTest, ExpandFillsFieldsFromArguments) {
+    add(";sig", "Hi {field:Name}, {field:a}{choice:Day=Mon|Tue}!{cursor}");
+    save();
+    ProcessResult r = run({"expand", ";sig", "Name=Ann", "Name=Bo", "junk", "a=b=c"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "Hi Bo, b=c!"); // no line end; the unfilled choice is empty
+    EXPECT_EQ(run({"expand"}).err.substr(0, 15), "usage: snippets");
+}
+
+TEST_F(CliTest, ExpandPassesOverArchivedAndPatternSnippets) {
+    add(";a", "archived").archived = true;
+    add(";a", "pattern").regex = true;
+    add(";a", "live {snippet:;b}");
+    add(";b", "included {key:tab}{date:no such day}");
+    save();
+    ProcessResult r = run({"expand", ";a"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "live included {date:no such day}");
+
+    r = run({"expand", ";A"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "No snippet \u201C;A\u201D, or its script failed.\n");
+}
+
+TEST_F(CliTest, ExpandRunsScriptsWhereAllowed) {
+    add(";js", "return 1 + 2").kind = Snippet::Kind::javascript;
+    add(";sh", "printf 'two\\nlines\\n\\n'").kind = Snippet::Kind::shell;
+    save();
+    EXPECT_EQ(run({"expand", ";js"}).out, "3");
+    ProcessResult off = run({"expand", ";sh"});
+    EXPECT_EQ(off.status, 1);
+    setting(R"({"allowScripts": true})");
+    ProcessResult on = run({"expand", ";sh"});
+    EXPECT_EQ(on.status, 0);
+    EXPECT_EQ(on.out, "two\nlines\n");
+}
+
+TEST_F(CliTest, AddKeepsTheTextAsGiven) {
+    save();
+    ProcessResult r = run({"add", " ;x "}, "hi\n");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "Added  ;x .\n");
+    ProcessResult bad = run({"add", ";bad"}, "caf\xE9!");
+    EXPECT_EQ(bad.status, 0) << bad.err;
+    ProcessResult words = run({"add", ";w", "two", "words"});
+    EXPECT_EQ(words.status, 0);
+
+    auto snippets = saved();
+    ASSERT_EQ(snippets.size(), 3u);
+    EXPECT_EQ(snippets[0].abbreviation, ";x");
+    EXPECT_EQ(snippets[0].content, "hi\n");
+    EXPECT_TRUE(snippets[0].created.has_value());
+    EXPECT_EQ(snippets[1].content, "caf\uFFFD!");
+    EXPECT_EQ(snippets[2].content, "two words");
+}
+
+TEST_F(CliTest, AddRefusals) {
+    add(";old", "x").archived = true;
+    save();
+    struct Case {
+        std::vector<std::string> args;
+        std::string input;
+        std::string error;
+    };
+    for (const Case& c : std::vector<Case>{
+             {{"add"}, "", ""},
+             {{"add", " \n"}, "text", "Give it an abbreviation and some text.\n"},
+             {{"add", ";e"}, "", "Give it an abbreviation and some text.\n"},
+             {{"add", ";old", "y"}, "", "\u201C;old\u201D is already a snippet.\n"},
+             {{"add", ";c", "{clipboard:2}"},
+              "",
+              "Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} are added in Quillet's "
+              "editor only.\n"},
+             {{"add", ";s"},
+              "a {snippet:;b",
+              "Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} are added in Quillet's "
+              "editor only.\n"},
+         }) {
+        ProcessResult r = run(c.args, c.input);
+        EXPECT_EQ(r.status, 1) << c.args.back();
+        if (c.error.empty()) {
+            EXPECT_TRUE(r.err.starts_with("usage: snippets")) << r.err;
+        } else {
+            EXPECT_EQ(r.err, c.error);
+        }
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(saved().size(), 1u);
+}
+
+TEST_F(CliTest, ConcurrentAddsLoseNothing) {
+    save();
+    constexpr int perWriter = 25;
+    auto writer = [&](const std::string& prefix) {
+        for (int i = 0; i < perWriter; ++i) {
+            run({"add", prefix + std::to_string(i), "text"});
+        }
+    };
+    std::thread a(writer, ";a");
+    std::thread b(writer, ";b");
+    a.join();
+    b.join();
+    EXPECT_EQ(saved().size(), 2u * perWriter);
+}
+
+} // namespace
+} // namespace quillet
