@@ -216,6 +216,17 @@ void Matcher::clear() {
     filter_.reset();
 }
 
+void Matcher::dropLast() {
+    if (rawStarts_.empty()) {
+        return;
+    }
+    raw_.resize(rawStarts_.back());
+    rawStarts_.pop_back();
+    nfc_.resize(nfcStarts_.back());
+    nfcStarts_.pop_back();
+    rescanLiterals(); // the literal filter only ever follows text forwards
+}
+
 void Matcher::append(std::string_view typed) {
     if (typed.empty()) {
         return;
@@ -377,6 +388,39 @@ std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
         return finish(std::move(matched), std::move(expansion), trailer, count - 1, c.pattern);
     }
     return std::nullopt;
+}
+
+bool Matcher::wouldFire(Mode trigger) const {
+    if (longestSuffix(snippetIndex_, snippetEntries_, trigger, false)) {
+        return true;
+    }
+    if (trigger == mode_ && !compiled_.empty() && anyPatternMatches()) {
+        return true;
+    }
+    return longestSuffix(extraIndex_, extraEntries_, trigger, true) != nullptr;
+}
+
+bool Matcher::anyPatternMatches() const {
+    thread_local std::vector<std::uint32_t> candidates;
+    filter_.candidates(candidates);
+    if (candidates.empty()) {
+        return false;
+    }
+    // The cached matchers carry search state, so a question that changes nothing takes fresh ones.
+    const icu::UnicodeString input = text::toIcu(raw_);
+    for (std::uint32_t i : candidates) {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::RegexMatcher> m(compiled_[i].regex->matcher(input, status));
+        if (U_FAILURE(status) || !m || !m->find(0, status) || U_FAILURE(status)) {
+            continue;
+        }
+        int32_t start = m->start(status);
+        int32_t end = m->end(status);
+        if (U_SUCCESS(status) && end > start) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::optional<Matcher::Match> Matcher::correct(std::string_view trailer) {

@@ -85,6 +85,8 @@ public:
     int bufferLength() const { return static_cast<int>(rawStarts_.size()); }
     /// Empties the buffer: the typing context broke.
     void clear();
+    /// Drops the buffer's last character, if any: the user erased it.
+    void dropLast();
 
     /// Adds the text of one typed key and answers the match it completes, if any.
     std::optional<Match> feed(std::string_view text);
@@ -92,6 +94,8 @@ public:
     std::optional<Match> fire(Mode trigger, std::string_view trailer);
     /// Word-end correction of the buffer's last word.
     std::optional<Match> correct(std::string_view trailer);
+    /// True when fire(trigger, ...) would answer a match now; the buffer is left as it is.
+    bool wouldFire(Mode trigger) const;
 
 private:
     struct Compiled;
@@ -107,6 +111,7 @@ private:
     const Entry* longestSuffix(const ReverseIndex& index, const std::vector<Entry>& entries,
                                Mode trigger, bool wordStartRule) const;
     std::optional<Match> firePatterns(std::string_view trailer);
+    bool anyPatternMatches() const;
     void rebuildSnippetIndex();
     void rebuildExtraIndex();
     void rescanLiterals();

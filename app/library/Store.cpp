@@ -2,7 +2,9 @@
 
 #include "library/AtomicFile.h"
 #include "library/LibraryFile.h"
+#include "library/LibraryLock.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 #include <system_error>
@@ -123,6 +125,7 @@ void SnippetStore::load() {
     LibraryRead read = readLibrary(location_.libraryFile());
     switch (read.status) {
     case LibraryStatus::ok:
+        rememberOnDisk(read.snippets);
         snippets_ = std::move(read.snippets);
         isNew_ = false;
         canSave_ = true;
@@ -184,8 +187,40 @@ bool SnippetStore::save() {
     if (!canSave_) {
         return false;
     }
+    const std::filesystem::path file = location_.libraryFile();
+    // Held from the read to the write, as the command-line tool holds it for its additions.
+    LibraryLock lock(file.parent_path());
+    bool adopted = false;
+    if (file == knownFile_) {
+        // Snippets another process added since this store last saw the file are kept, not
+        // written over; one deleted here was known and stays deleted.
+        LibraryRead disk = readLibrary(file);
+        for (Snippet& snippet : disk.snippets) {
+            bool ours = std::any_of(snippets_.begin(), snippets_.end(),
+                                    [&](const Snippet& s) { return s.id == snippet.id; });
+            if (!ours && knownOnDisk_.count(snippet.id) == 0) {
+                snippets_.push_back(std::move(snippet));
+                adopted = true;
+            }
+        }
+    }
     std::string error;
-    return writeLibrary(location_.libraryFile(), snippets_, error);
+    const bool written = writeLibrary(file, snippets_, error);
+    if (written) {
+        rememberOnDisk(snippets_);
+    }
+    if (adopted) {
+        notify();
+    }
+    return written;
+}
+
+void SnippetStore::rememberOnDisk(const std::vector<Snippet>& list) {
+    knownFile_ = location_.libraryFile();
+    knownOnDisk_.clear();
+    for (const Snippet& snippet : list) {
+        knownOnDisk_.insert(snippet.id);
+    }
 }
 
 void SnippetStore::reload() {
@@ -203,6 +238,7 @@ void SnippetStore::reload() {
     case LibraryStatus::ok:
         canSave_ = true;
         problem_.clear();
+        rememberOnDisk(read.snippets);
         // The store's own saves come back here too; an equal list is what stops them looping.
         if (read.snippets != snippets_) {
             snippets_ = std::move(read.snippets);

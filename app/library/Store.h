@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace quillet {
@@ -105,6 +106,7 @@ private:
     std::vector<std::string> sharedFolders() const;
     std::vector<std::filesystem::path> watchedPaths() const;
     void watchAgain();
+    void rememberOnDisk(const std::vector<Snippet>& list);
 
     Preferences& preferences_;
     FileWatcher& watcher_;
@@ -119,6 +121,10 @@ private:
     bool canSave_ = true;
     std::string problem_;
     std::vector<std::filesystem::path> watched_;
+    // The ids of the list this store last read from or wrote to knownFile_, so that a save can
+    // tell snippets another process added since (the command-line tool) from ones deleted here.
+    std::unordered_set<Uuid> knownOnDisk_;
+    std::filesystem::path knownFile_;
     // Lets work handed to the scheduler find out that the store is gone.
     std::shared_ptr<bool> alive_;
 };

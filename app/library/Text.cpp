@@ -125,6 +125,11 @@ bool isDelimiter(std::string_view character) {
     }
 }
 
+bool isWhitespace(std::string_view character) {
+    return !character.empty() &&
+           u_isUWhiteSpace(static_cast<UChar32>(firstCodePoint(character))) != 0;
+}
+
 bool isLetter(std::string_view character) {
     return !character.empty() && u_isUAlphabetic(static_cast<UChar32>(firstCodePoint(character)));
 }

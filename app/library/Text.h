@@ -26,6 +26,9 @@ char32_t firstCodePoint(std::string_view s);
 /// Po). Symbols such as '+' or '$' are not delimiters.
 bool isDelimiter(std::string_view character);
 
+/// True when the character is Unicode whitespace (White_Space property of its first code point).
+bool isWhitespace(std::string_view character);
+
 /// True when the character is a letter (Unicode Alphabetic property of its first code point).
 bool isLetter(std::string_view character);
 

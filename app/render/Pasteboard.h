@@ -8,7 +8,15 @@
 
 namespace quillet {
 
-/// The system clipboard as the clipboard history sees it. Types are MIME types.
+/// One representation of clipboard content: a MIME type and its bytes.
+struct ClipboardItem {
+    std::string type;
+    std::string data;
+
+    bool operator==(const ClipboardItem&) const = default;
+};
+
+/// The system clipboard. Types are MIME types.
 class Pasteboard {
 public:
     virtual ~Pasteboard() = default;
@@ -24,6 +32,9 @@ public:
 
     /// The current content as plain UTF-8 text, or nothing when there is no text.
     virtual std::optional<std::string> text() const = 0;
+
+    /// Replaces the content with these representations of one thing, in order of preference.
+    virtual void write(std::vector<ClipboardItem> items) = 0;
 };
 
 } // namespace quillet

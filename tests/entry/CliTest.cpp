@@ -1,6 +1,9 @@
 // The command-line tool as users run it: the real executable, a temporary home folder, real
 // standard input, output and error.
 #include "library/LibraryFile.h"
+#include "library/RunLoop.h"
+#include "library/Store.h"
+#include "platform/fake/FakeFileWatcher.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 
@@ -20,14 +23,16 @@ protected:
     testing::TempFolder home;
     std::filesystem::path libraryFile = home / ".local/share/quillet/snippets.json";
 
-    ProcessResult run(std::vector<std::string> args, const std::string& input = {}) {
+    ProcessResult run(std::vector<std::string> args, const std::string& input = {},
+                      bool withoutTerminal = false) {
         args.insert(args.begin(), QUILLET_EXECUTABLE);
-        return testing::runProcess(args, input,
-                                   {{"HOME", home.path().string()},
-                                    {"XDG_DATA_HOME", ""},
-                                    {"XDG_CONFIG_HOME", ""},
-                                    {"LANG", "en_US.UTF-8"},
-                                    {"TZ", "UTC"}});
+        return testing::runProcess(args, {input,
+                                          {{"HOME", home.path().string()},
+                                           {"XDG_DATA_HOME", ""},
+                                           {"XDG_CONFIG_HOME", ""},
+                                           {"LANG", "en_US.UTF-8"},
+                                           {"TZ", "UTC"}},
+                                          withoutTerminal});
     }
 
     Snippet& add(std::string abbreviation, std::string content) {
@@ -135,6 +140,15 @@ TEST_F(CliTest, ExpandPassesOverArchivedAndPatternSnippets) {
     EXPECT_EQ(r.err, "No snippet \u201C;A\u201D, or its script failed.\n");
 }
 
+TEST_F(CliTest, LockedSnippetWithoutATerminalIsRefused) {
+    add(";pin", "").locked = true;
+    save();
+    ProcessResult r = run({"expand", ";pin"}, {}, true);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "No snippet \u201C;pin\u201D, or its script failed.\n");
+    EXPECT_EQ(r.out, "");
+}
+
 TEST_F(CliTest, ExpandRunsScriptsWhereAllowed) {
     add(";js", "return 1 + 2").kind = Snippet::Kind::javascript;
     add(";sh", "printf 'two\\nlines\\n\\n'").kind = Snippet::Kind::shell;
@@ -214,6 +228,25 @@ TEST_F(CliTest, ConcurrentAddsLoseNothing) {
     a.join();
     b.join();
     EXPECT_EQ(saved().size(), 2u * perWriter);
+}
+
+TEST_F(CliTest, AdditionsSurviveTheApplicationsNextSave) {
+    add(";gone", "deleted in the application");
+    save();
+    MemoryPreferences preferences;
+    FakeFileWatcher watcher; // no reload: the application has not noticed the addition yet
+    RunLoop loop;
+    SnippetStore store(preferences, watcher, loop, Folders::forHome(home.path(), "", ""));
+    ASSERT_EQ(run({"add", ";cli", "from the tool"}).status, 0);
+
+    Snippet mine = Snippet::make();
+    mine.abbreviation = ";app";
+    store.setSnippets({mine});
+    std::vector<std::string> abbreviations;
+    for (const Snippet& s : saved()) {
+        abbreviations.push_back(s.abbreviation);
+    }
+    EXPECT_EQ(abbreviations, (std::vector<std::string>{";app", ";cli"}));
 }
 
 } // namespace

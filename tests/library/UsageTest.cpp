@@ -4,395 +4,164 @@
 #include "support/TempFolder.h"
 
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace quillet {
 namespace {
 
-using testing::asNobody;
-using testing::contentsOf;
-using testing::entriesOf;
-using testing::modeOf;
-using testing::TempFolder;
-using testing::writeText;
+using List = std::vector<Snippet>;
 
-constexpr double day = 86400;
 const Date now{760000000};
 
-Snippet snippet(const char* abbreviation) {
+Date daysAgo(double days) {
+    return Date{now.seconds - days * 86400};
+}
+
+Snippet snippet(const char* abbreviation, std::optional<Date> created = std::nullopt) {
     Snippet s = Snippet::make();
     s.abbreviation = abbreviation;
-    s.content = std::string("text of ") + abbreviation;
+    s.created = created;
     return s;
 }
 
-std::vector<std::string> abbreviations(const std::vector<Snippet>& snippets) {
-    std::vector<std::string> result;
-    for (const auto& s : snippets) {
-        result.push_back(s.abbreviation);
-    }
-    return result;
-}
-
-using Names = std::vector<std::string>;
-
-TEST(UsageCounting, RecordAndUndoKeepTotalsAndCounts) {
+TEST(Usage, RecordUndoAndSeedKeepCountsTotalsAgesAndTheTimeSaved) {
     Usage usage;
-    Uuid a = Uuid::random();
-    Uuid b = Uuid::random();
-
-    usage.record(a, 12, now);
-    EXPECT_EQ(usage.uses.at(a), (Usage::Use{1, now})); // a first record counts 1, not 0
-    usage.record(a, 8, Date{now.seconds + 60});
-    usage.record(b, -5, now); // a negative count spares nothing
-    EXPECT_EQ(usage.expansions, 3);
-    EXPECT_EQ(usage.characters, 20);
-    EXPECT_EQ(usage.uses.at(a), (Usage::Use{2, Date{now.seconds + 60}}));
-    EXPECT_EQ(usage.uses.at(b).count, 1);
-
-    Usage before = usage;
-    usage.record(a, 30, Date{now.seconds + 120});
-    usage.undo(a, 30);
-    EXPECT_EQ(usage.expansions, before.expansions);
-    EXPECT_EQ(usage.characters, before.characters);
-    EXPECT_EQ(usage.uses.at(a).count, 2);
-    EXPECT_EQ(usage.uses.at(a).last, Date{now.seconds + 120}); // an undo leaves last alone
-}
-
-TEST(UsageCounting, UndoWithoutARecordGoesNegativeAndAddsNoEntry) {
-    Usage usage;
-    Uuid id = Uuid::random();
-    usage.undo(id, 40);
-    usage.undo(id, -3);
-    EXPECT_EQ(usage.expansions, -2);
-    EXPECT_EQ(usage.characters, -40);
-    EXPECT_TRUE(usage.uses.empty());
-
-    usage.seed({id}, now);
-    usage.undo(id, 0);
-    EXPECT_EQ(usage.uses.at(id).count, -1);
-}
-
-TEST(UsageCounting, SeedStartsAgeingOnlyForNewIds) {
-    Usage usage;
-    Uuid used = Uuid::random();
-    Uuid fresh = Uuid::random();
-    usage.record(used, 5, now);
-    usage.seed({used, fresh, fresh}, Date{now.seconds + day});
-    EXPECT_EQ(usage.uses.at(used), (Usage::Use{1, now}));
-    EXPECT_EQ(usage.uses.at(fresh), (Usage::Use{0, Date{now.seconds + day}}));
+    const Uuid a = Uuid::random(), b = Uuid::random(), fresh = Uuid::random();
+    usage.record(a, 12, now); // a first record counts 1, not 0
+    usage.record(a, 8, daysAgo(-1));
+    usage.record(b, -5, now);                      // a negative count spares nothing
+    usage.undo(a, 30);                             // leaves the last use alone
+    usage.undo(Uuid::random(), 40);                // adds no entry; totals may go below zero
+    usage.seed({a, b, fresh, fresh}, daysAgo(-2)); // only new ids start ageing
     EXPECT_EQ(usage.expansions, 1);
-}
+    EXPECT_EQ(usage.characters, -50);
+    EXPECT_EQ(usage.uses, (std::map<Uuid, Usage::Use>{
+                              {a, {1, daysAgo(-1)}}, {b, {1, now}}, {fresh, {0, daysAgo(-2)}}}));
 
-TEST(UsageLists, StaleMeansLiveAbbreviatedAndUnusedSinceTheCutOff) {
-    Snippet recent = snippet(";recent");
-    Snippet old = snippet(";old");
-    Snippet seededLongAgo = snippet(";seeded");
-    Snippet unknown = snippet(";unknown");
-    Snippet archived = snippet(";archived");
-    archived.archived = true;
-    Snippet unnamed = snippet("");
-    std::vector<Snippet> library{recent, old, seededLongAgo, unknown, archived, unnamed};
-
-    Usage usage;
-    usage.record(recent.id, 3, Date{now.seconds - 181 * day});
-    usage.record(old.id, 3, Date{now.seconds - 200 * day});
-    usage.seed({seededLongAgo.id, archived.id, unnamed.id}, Date{now.seconds - 183 * day});
-
-    Date cutOff{now.seconds - staleAfterSeconds};
-    EXPECT_EQ(abbreviations(usage.stale(library, cutOff)), (Names{";old", ";seeded"}));
-    // Exactly at the cut-off is not before it.
-    usage.uses[old.id].last = cutOff;
-    EXPECT_EQ(abbreviations(usage.stale(library, cutOff)), (Names{";seeded"}));
-}
-
-TEST(UsageLists, RecentIsUsedSinceLatestFirstWithTiesInLibraryOrder) {
-    Snippet a = snippet(";a");
-    Snippet b = snippet(";b");
-    Snippet c = snippet(";c");
-    Snippet d = snippet(";d");
-    Snippet seeded = snippet(";seeded");
-    std::vector<Snippet> library{a, b, c, d, seeded};
-
-    Usage usage;
-    Date since{now.seconds - 7 * day};
-    usage.record(a.id, 1, Date{now.seconds - 2 * day});
-    usage.record(b.id, 1, Date{now.seconds - 8 * day}); // too old
-    usage.record(c.id, 1, now);
-    usage.record(d.id, 1, Date{now.seconds - 2 * day});
-    usage.record(b.id, 1, since); // the boundary counts
-    usage.seed({seeded.id}, now);
-
-    EXPECT_EQ(abbreviations(usage.recent(library, since)), (Names{";c", ";a", ";d", ";b"}));
-    usage.undo(c.id, 1); // back to count 0: no longer "used"
-    EXPECT_EQ(abbreviations(usage.recent(library, since)), (Names{";a", ";d", ";b"}));
-}
-
-TEST(UsageLists, SortedOrdersAreStableAmongEquals) {
-    Snippet zeta = snippet("Zeta");
-    Snippet alpha = snippet("alpha");
-    Snippet alphaUpper = snippet("ALPHA");
-    Snippet beta = snippet("beta");
-    Snippet undated = snippet("undated");
-    zeta.created = Date{300};
-    alpha.created = Date{100};
-    alphaUpper.created = Date{300};
-    beta.created = Date{200};
-    undated.created.reset();
-    std::vector<Snippet> library{zeta, alpha, undated, alphaUpper, beta};
-
-    Usage usage;
-    for (int i = 0; i < 3; ++i) {
-        usage.record(beta.id, 1, now);
-    }
-    usage.record(alpha.id, 1, now);
-    usage.record(zeta.id, 1, now);
-    usage.seed({undated.id}, now);
-
-    EXPECT_EQ(abbreviations(usage.sorted(library, Usage::Order::mostUsed)),
-              (Names{"beta", "Zeta", "alpha", "undated", "ALPHA"}));
-    EXPECT_EQ(abbreviations(usage.sorted(library, Usage::Order::newest)),
-              (Names{"Zeta", "ALPHA", "beta", "alpha", "undated"}));
-    EXPECT_EQ(abbreviations(usage.sorted(library, Usage::Order::alphabetical)),
-              (Names{"alpha", "ALPHA", "beta", "undated", "Zeta"}));
-
-    for (auto order : {Usage::Order::mostUsed, Usage::Order::newest, Usage::Order::alphabetical}) {
-        EXPECT_EQ(orderFromRaw(rawValue(order)), order);
-    }
-    EXPECT_EQ(rawValue(Usage::Order::mostUsed), "mostUsed");
-    EXPECT_EQ(orderFromRaw("MostUsed"), std::nullopt);
-}
-
-TEST(UsageTimeSaved, IsTypingTimeInAtMostTwoAbbreviatedUnits) {
-    Usage usage;
-    EXPECT_EQ(usage.timeSaved("en_US"), std::nullopt); // the hint is shown instead
+    EXPECT_EQ(usage.timeSaved("en_US"), std::nullopt); // none spared: a hint is shown instead
     usage.characters = 300;
     EXPECT_EQ(usage.timeSaved("en_US"), "1m 30s");
-    usage.characters = -10;
-    EXPECT_EQ(usage.timeSaved("en_US"), std::nullopt);
-
-    EXPECT_EQ(typingSeconds(1), 0); // 0.3 s
-    EXPECT_EQ(typingSeconds(2), 1); // 0.6 s
-    EXPECT_EQ(typingSeconds(10), 3);
-    EXPECT_EQ(typingSeconds(1'000'000), 300'000);
-
-    EXPECT_EQ(formatDuration(0, "en_US"), "0s");
-    EXPECT_EQ(formatDuration(59, "en_US"), "59s");
-    EXPECT_EQ(formatDuration(3600, "en_US"), "1h");
-    EXPECT_EQ(formatDuration(3900, "en_US"), "1h 5m");
-    EXPECT_EQ(formatDuration(3605, "en_US"), "1h");      // seconds are below the two units shown
-    EXPECT_EQ(formatDuration(3725, "en_US"), "1h 2m");   // and are dropped, not rounded
-    EXPECT_EQ(formatDuration(90061, "en_US"), "25h 1m"); // hours are the largest unit
-    EXPECT_EQ(formatDuration(-5, "en_US"), "0s");
-    EXPECT_EQ(formatDuration(90, "en-US"), "1m 30s");
-    EXPECT_EQ(formatDuration(90, "fr_FR"), "1min 30s");
+    EXPECT_EQ(usage.timeSaved("fr_FR"), "1min 30s");
+    // Seconds below the two units shown are dropped, not rounded; hours are the largest unit.
+    const std::pair<std::int64_t, const char*> durations[] = {
+        {0, "0s"}, {3605, "1h"}, {3725, "1h 2m"}, {90061, "25h 1m"}};
+    for (const auto& [seconds, text] : durations) {
+        EXPECT_EQ(formatDuration(seconds, "en_US"), text) << seconds;
+    }
 }
 
-TEST(UsageEncoding, UsesAlternateIdentifierAndRecord) {
+TEST(Usage, StaleRecentAndSortedListsKeepLibraryOrderAmongEquals) {
+    Snippet zeta = snippet("Zeta", Date{300}), alpha = snippet("alpha", Date{100}),
+            seeded = snippet("seeded"), alphaUpper = snippet("ALPHA", Date{300}),
+            beta = snippet("beta", Date{200}), archived = snippet("archived"),
+            unnamed = snippet(""), unknown = snippet("unknown");
+    archived.archived = true;
+    const List library{zeta, alpha, seeded, alphaUpper, beta, archived, unnamed, unknown};
     Usage usage;
-    Uuid id = *Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
-    usage.record(id, 42, Date{725760000.5});
-    usage.record(id, 0, Date{725760001.5});
-    EXPECT_EQ(encodeUsage(usage),
-              R"({"characters":42,"expansions":2,"uses":["E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
-              R"({"count":2,"last":725760001.5}]})");
-    EXPECT_EQ(encodeUsage(Usage{}), R"({"characters":0,"expansions":0,"uses":[]})");
+    usage.record(zeta.id, 1, now);
+    usage.undo(zeta.id, 1); // back to 0: no longer used
+    usage.record(alpha.id, 1, daysAgo(7));
+    usage.record(alphaUpper.id, 1, daysAgo(7));
+    usage.record(beta.id, 1, daysAgo(200));
+    usage.record(beta.id, 1, daysAgo(2));
+    usage.seed({seeded.id, archived.id, unnamed.id}, daysAgo(183));
 
-    Usage many;
-    for (int i = 0; i < 50; ++i) {
-        many.record(Uuid::random(), i, Date{now.seconds + i});
-    }
-    many.undo(Uuid::random(), 1000);
-    std::string error;
-    EXPECT_EQ(decodeUsage(encodeUsage(many), error), many) << error;
+    // Live, with an abbreviation, and last used before the cut-off (exactly at it is not).
+    EXPECT_EQ(usage.stale(library, daysAgo(7)), List{seeded});
+    EXPECT_EQ(usage.stale(library, daysAgo(1)), (List{alpha, seeded, alphaUpper, beta}));
+    EXPECT_EQ(usage.recent(library, daysAgo(7)), (List{beta, alpha, alphaUpper}));
+    EXPECT_EQ(usage.sorted(library, Usage::Order::mostUsed),
+              (List{beta, alpha, alphaUpper, zeta, seeded, archived, unnamed, unknown}));
+    EXPECT_EQ(usage.sorted(library, Usage::Order::newest),
+              (List{zeta, alphaUpper, beta, alpha, seeded, archived, unnamed, unknown}));
+    EXPECT_EQ(usage.sorted(library, Usage::Order::alphabetical),
+              (List{unnamed, alpha, alphaUpper, archived, beta, seeded, unknown, zeta}));
 }
 
-TEST(UsageEncoding, ReadsWhatOtherEncodersWrite) {
-    std::string error;
-    auto usage = decodeUsage(R"({ "uses" : [ "e621e1f8-c36c-495a-93fc-0c247a3e6e5f",
-        {"last": 725760000, "count": 3.0, "extra": true} ], "expansions": 3.0,
-        "characters": -12, "version": 2 })",
-                             error);
-    ASSERT_TRUE(usage) << error;
-    EXPECT_EQ(usage->expansions, 3);
-    EXPECT_EQ(usage->characters, -12);
-    EXPECT_EQ(usage->uses.at(*Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F")),
-              (Usage::Use{3, Date{725760000}}));
-}
-
-TEST(UsageEncoding, RefusesDamagedContentWithAReason) {
+TEST(Usage, EncodingAlternatesIdentifierAndRecordAndRefusesAnythingElse) {
     const std::string id = R"("E621E1F8-C36C-495A-93FC-0C247A3E6E5F")";
-    struct Case {
-        std::string bytes;
-        std::string reason;
+    Usage usage;
+    usage.record(*Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f"), 42, Date{725760001.5});
+    usage.undo(Uuid::random(), 50);
+    EXPECT_EQ(encodeUsage(usage), R"({"characters":-8,"expansions":0,"uses":[)" + id +
+                                      R"(,{"count":1,"last":725760001.5}]})");
+    std::string error;
+    EXPECT_EQ(decodeUsage(encodeUsage(usage), error), usage) << error;
+    // Other encoders write whole numbers as floats, lower-case identifiers and more keys.
+    const std::string other = R"({"uses":["e621e1f8-c36c-495a-93fc-0c247a3e6e5f",{"count":1.0,)"
+                              R"("last":725760001.5,"x":1}],"expansions":0.0,"characters":-8})";
+    EXPECT_EQ(decodeUsage(other, error), usage) << error;
+
+    const std::string refused[] = {
+        R"({"uses":[],"expansions":1,"charac)",
+        R"({"uses":[],"expansions":1.5,"characters":2})",
+        R"({"uses":[],"expansions":1,"characters":1e300})",
+        R"({"uses":{},"expansions":1,"characters":2})",
+        R"({"uses":[)" + id + R"(],"expansions":1,"characters":2})",
+        R"({"uses":["nope",{"count":1,"last":0}],"expansions":1,"characters":2})",
     };
-    const Case cases[] = {
-        {R"({"uses":[],"expansions":1,"charac)", "not valid JSON"},
-        {"[]", "does not hold a JSON object"},
-        {R"({"uses":[],"expansions":1})", "no \"characters\""},
-        {R"({"expansions":1,"characters":2})", "no \"uses\""},
-        {R"({"uses":[],"expansions":"1","characters":2})", "\"expansions\" is not a whole number"},
-        {R"({"uses":[],"expansions":1.5,"characters":2})", "\"expansions\" is not a whole number"},
-        {R"({"uses":[],"expansions":1,"characters":1e300})", "\"characters\" is not a whole"},
-        {R"({"uses":{},"expansions":1,"characters":2})", "not a list"},
-        {R"({"uses":[)" + id + R"(],"expansions":1,"characters":2})", "not a list"},
-        {R"({"uses":["nope",{"count":1,"last":0}],"expansions":1,"characters":2})",
-         "Entry 1 of the usage file has no valid snippet identifier"},
-        {R"({"uses":[)" + id + R"(,{"last":0}],"expansions":1,"characters":2})",
-         "has no \"count\""},
-        {R"({"uses":[)" + id + R"(,{"count":1}],"expansions":1,"characters":2})",
-         "has no \"last\""},
-        {R"({"uses":[)" + id + R"(,{"count":1,"last":"today"}],"expansions":1,"characters":2})",
-         "\"last\" that is not a number"},
-    };
-    for (const auto& c : cases) {
-        std::string error;
-        EXPECT_FALSE(decodeUsage(c.bytes, error)) << c.bytes;
-        EXPECT_NE(error.find(c.reason), std::string::npos) << c.bytes << "\n" << error;
+    for (const std::string& bytes : refused) {
+        EXPECT_FALSE(decodeUsage(bytes, error)) << bytes;
     }
 }
 
-class UsageFileTest : public ::testing::Test {
-protected:
-    TempFolder temp;
-    std::filesystem::path file = temp / "data" / "quillet" / "usage.json";
-
-    static Usage sample() {
-        Usage usage;
-        usage.record(Uuid::random(), 300, now);
-        usage.seed({Uuid::random()}, now);
-        return usage;
-    }
-};
-
-TEST_F(UsageFileTest, SaveCreatesPrivateFileThatLoadsBack) {
-    UsageFile usageFile(file);
-    EXPECT_EQ(usageFile.load(), Usage{});
-    EXPECT_EQ(usageFile.status(), UsageFile::Status::missing);
-
-    Usage usage = sample();
-    ASSERT_TRUE(usageFile.save(usage)) << usageFile.lastError();
-    EXPECT_EQ(modeOf(temp / "data"), 0700U);
-    EXPECT_EQ(modeOf(file), 0600U);
-    EXPECT_EQ(contentsOf(file), encodeUsage(usage));
-    EXPECT_EQ(entriesOf(file.parent_path()), Names{"usage.json"});
-
-    UsageFile reopened(file);
-    EXPECT_EQ(reopened.load(), usage);
-    EXPECT_EQ(reopened.status(), UsageFile::Status::ok);
-}
-
-TEST_F(UsageFileTest, StaysLocalWhenTheLibraryIsSynced) {
+TEST(UsageFile, IsPrivateStaysHereWhileSyncedAndIsNeverLostOrOverwritten) {
+    testing::TempFolder temp;
+    const std::filesystem::path file = temp / "data" / "quillet" / "usage.json";
     MemoryPreferences preferences(
         nlohmann::json{{"sync", true}, {"syncFolder", (temp / "Sync").string()}});
     LibraryLocation location(preferences,
-                             Folders::forHome(temp / "home", (temp / "data").string(), ""));
+                             Folders::forHome(temp.path(), (temp / "data").string(), ""));
     ASSERT_TRUE(location.isSynced());
-
     UsageFile usageFile(location.usageFile());
-    usageFile.load();
-    ASSERT_TRUE(usageFile.save(sample())) << usageFile.lastError();
-    EXPECT_TRUE(std::filesystem::exists(file));
-    EXPECT_FALSE(std::filesystem::exists(temp / "Sync"));
-}
-
-TEST_F(UsageFileTest, NothingIsWrittenBeforeTheFileWasRead) {
-    std::filesystem::create_directories(file.parent_path());
-    writeText(file, encodeUsage(sample()));
-    UsageFile usageFile(file);
-    EXPECT_FALSE(usageFile.save(Usage{}));
-    EXPECT_NE(usageFile.lastError().find("not read yet"), std::string::npos);
-    EXPECT_NE(contentsOf(file), encodeUsage(Usage{}));
-}
-
-TEST_F(UsageFileTest, DamagedFilesAreMovedAsideAndNeverOverwritten) {
-    std::filesystem::create_directories(file.parent_path());
-    const std::string truncated = encodeUsage(sample()).substr(0, 30);
-    const std::string wrongType = R"({"uses":[],"expansions":"many","characters":0})";
-
-    writeText(file, truncated);
-    UsageFile usageFile(file);
+    Usage saved;
+    saved.record(Uuid::random(), 300, now);
+    EXPECT_FALSE(usageFile.save(saved)) << "nothing is written before the file was read";
     EXPECT_EQ(usageFile.load(), Usage{});
-    EXPECT_EQ(usageFile.status(), UsageFile::Status::setAside);
-    EXPECT_EQ(usageFile.setAsidePath(), file.string() + ".damaged");
-    EXPECT_NE(usageFile.lastError().find("not valid JSON"), std::string::npos);
-    EXPECT_NE(usageFile.lastError().find("usage.json.damaged"), std::string::npos);
-    Usage fresh = sample();
-    ASSERT_TRUE(usageFile.save(fresh)) << usageFile.lastError();
+    ASSERT_TRUE(usageFile.save(saved)) << usageFile.lastError();
+    EXPECT_EQ(testing::modeOf(file), 0600U);
 
-    writeText(file, wrongType);
-    EXPECT_EQ(usageFile.load(), Usage{});
-    EXPECT_EQ(usageFile.setAsidePath(), file.string() + ".damaged-2");
-
-    EXPECT_EQ(entriesOf(file.parent_path()), (Names{"usage.json.damaged", "usage.json.damaged-2"}));
-    EXPECT_EQ(contentsOf(file.string() + ".damaged"), truncated);
-    EXPECT_EQ(contentsOf(file.string() + ".damaged-2"), wrongType);
-}
-
-TEST_F(UsageFileTest, AFolderInTheWayIsLeftAlone) {
-    std::filesystem::create_directories(file / "inside");
-    UsageFile usageFile(file);
-    EXPECT_EQ(usageFile.load(), Usage{});
-    EXPECT_EQ(usageFile.status(), UsageFile::Status::unreadable);
-    EXPECT_NE(usageFile.lastError().find("folder"), std::string::npos) << usageFile.lastError();
-    EXPECT_FALSE(usageFile.save(sample()));
-    EXPECT_TRUE(std::filesystem::is_directory(file / "inside"));
-}
-
-TEST_F(UsageFileTest, AFileThatCannotBeReadIsNeverReplaced) {
-    // The folder lets anyone replace entries, so only the refusal protects the file.
-    std::filesystem::create_directories(file.parent_path());
-    for (const auto& folder : {temp.path(), temp / "data", file.parent_path()}) {
-        ::chmod(folder.c_str(), 0777);
-    }
-    const std::string original = encodeUsage(sample());
-    writeText(file, original);
-    ::chmod(file.c_str(), 0000);
-
-    int result = asNobody([&] {
-        UsageFile usageFile(file);
-        if (usageFile.load() != Usage{} || usageFile.status() != UsageFile::Status::unreadable) {
-            return 1;
-        }
-        if (usageFile.save(Usage{})) {
-            return 2;
-        }
-        return usageFile.lastError().find("left as it is") == std::string::npos ? 3 : 0;
-    });
-    EXPECT_EQ(result, 0);
-    ::chmod(file.c_str(), 0600);
-    EXPECT_EQ(contentsOf(file), original);
-}
-
-TEST_F(UsageFileTest, AWriteThatFailsMidwayKeepsTheOldFile) {
-    UsageFile usageFile(file);
-    usageFile.load();
-    Usage small = sample();
-    ASSERT_TRUE(usageFile.save(small)) << usageFile.lastError();
-    Usage large = small;
-    for (int i = 0; i < 200; ++i) {
-        large.record(Uuid::random(), i, now);
-    }
-
-    // A file size limit makes the write stop partway, as a full disk would.
-    pid_t child = ::fork();
-    if (child == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        rlimit limit{1024, 1024};
+    // A file size limit makes the next write stop partway, as a full disk would.
+    int status = testing::inChild([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlim_t size = encodeUsage(saved).size() + 10;
+        rlimit limit{size, size};
         ::setrlimit(RLIMIT_FSIZE, &limit);
-        bool saved = usageFile.save(large);
-        ::_exit(saved ? 1 : usageFile.lastError().empty() ? 2 : 0);
+        Usage larger = saved;
+        larger.record(Uuid::random(), 1, now);
+        return usageFile.save(larger) || usageFile.lastError().empty();
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(UsageFile(file).load(), saved);
+    EXPECT_EQ(testing::entriesOf(file.parent_path()), std::vector<std::string>{"usage.json"});
+
+    // One that does not decode is set aside first, under a numbered name when it is taken.
+    const std::string truncated = encodeUsage(saved).substr(0, 30);
+    const std::string wrongType = R"({"uses":[],"expansions":"many","characters":0})";
+    for (const std::string& bad : {truncated, wrongType}) {
+        testing::writeText(file, bad);
+        UsageFile damaged(file);
+        EXPECT_EQ(damaged.load(), Usage{});
+        EXPECT_EQ(damaged.status(), UsageFile::Status::setAside);
+        EXPECT_TRUE(damaged.save(saved)) << damaged.lastError();
     }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(contentsOf(file), encodeUsage(small));
-    EXPECT_EQ(entriesOf(file.parent_path()), Names{"usage.json"});
+    EXPECT_EQ(testing::contentsOf(file.string() + ".damaged"), truncated);
+    EXPECT_EQ(testing::contentsOf(file.string() + ".damaged-2"), wrongType);
+
+    // One it cannot read stays, though the folders would let anyone replace it.
+    for (const auto& folder : {temp.path(), temp / "data", file.parent_path()}) {
+        std::filesystem::permissions(folder, std::filesystem::perms::all);
+    }
+    std::filesystem::permissions(file, std::filesystem::perms::none);
+    status = testing::asNobody([&] {
+        UsageFile unreadable(file);
+        return unreadable.load() != Usage{} ||
+               unreadable.status() != UsageFile::Status::unreadable || unreadable.save(Usage{});
+    });
+    EXPECT_EQ(status, 0);
+    std::filesystem::permissions(file, std::filesystem::perms::owner_read);
+    EXPECT_EQ(UsageFile(file).load(), saved);
 }
 
 } // namespace

@@ -4,221 +4,119 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace quillet {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using Kind = Snippet::Kind;
-using testing::contentsOf;
-using testing::TempFolder;
 
-// Short limits for the cases that only need some limit to pass; the real ones are shown once each.
-constexpr ScriptLimits quick{300ms, 600ms};
+const MemoryPreferences allowed(nlohmann::json{{"allowScripts", true}});
 
-MemoryPreferences allowed() {
-    return MemoryPreferences(nlohmann::json{{"allowScripts", true}});
+ScriptResult run(Kind kind, const std::string& script, ScriptLimits limits = {}) {
+    return scriptOutput(kind, script, allowed, limits).get();
 }
 
-ScriptResult shell(const std::string& script, ScriptLimits limits = {}) {
-    return scriptOutput(Kind::shell, script, allowed(), limits).get();
+// True when the process whose id the file holds is gone, or (unless it must be collected) a
+// zombie that its parent, init once our child is killed, has yet to collect.
+bool stopped(const std::filesystem::path& pidFile, bool mustBeCollected) {
+    auto stat = testing::contentsOf(
+        "/proc/" + std::to_string(std::stoi(testing::contentsOf(pidFile))) + "/stat");
+    return stat.empty() || (!mustBeCollected && stat.find(") Z") != std::string::npos);
 }
 
-std::size_t openDescriptors() {
-    return static_cast<std::size_t>(
-        std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                      std::filesystem::directory_iterator()));
-}
-
-// True when no process with this id is left running: gone, or a zombie that its parent (here
-// init, once our child is killed) has yet to collect. Our own children must be gone outright.
-bool stopped(pid_t pid, bool mustBeCollected) {
-    std::string stat = contentsOf("/proc/" + std::to_string(pid) + "/stat");
-    if (stat.empty()) {
-        return true;
+TEST(ScriptOutput, ResultsOfEachKindInTheApplicationsSurroundings) {
+    const std::tuple<Kind, std::string, ScriptResult> cases[] = {
+        {Kind::javascript, "undefined", std::nullopt},
+        {Kind::javascript, "throw new Error('x')", std::nullopt},
+        {Kind::shell, "printf 'a\\nb\\n'", "a\nb"}, // exactly one final line feed goes
+        {Kind::shell, "printf 'a\\n\\n'", "a\n"},
+        {Kind::shell, "printf 'a\\r\\n'", "a\r"},
+        {Kind::shell, "printf '\\303\\251\\n'", "\u00e9"},
+        {Kind::shell, "echo lost >&2; echo kept", "kept"},
+        {Kind::shell, "printf %s \"$0\"", ::access("/bin/zsh", X_OK) == 0 ? "/bin/zsh" : "/bin/sh"},
+        // An ignored SIGPIPE is not inherited (glibc's own signals, 32 and 33, may be).
+        {Kind::shell, "echo $((0x$(grep ^SigIgn /proc/self/status | cut -f2) & 0x7fffffff))", "0"},
+        {Kind::shell, "echo partial; exit 1", std::nullopt},
+        {Kind::shell, "printf 'caf\\351'", std::nullopt}, // Latin-1, not UTF-8
+    };
+    auto previous = std::signal(SIGPIPE, SIG_IGN);
+    for (const auto& [kind, script, expected] : cases) {
+        EXPECT_EQ(run(kind, script), expected) << script;
     }
-    return !mustBeCollected && stat.find(") Z") != std::string::npos;
+    std::signal(SIGPIPE, previous);
 }
 
-pid_t pidIn(const std::filesystem::path& file) {
-    return static_cast<pid_t>(std::stoi(contentsOf(file)));
-}
-
-TEST(ScriptOutput, TextIsTheContentAtOnce) {
+TEST(ScriptOutput, OnlyTextAndJavaScriptRunWhileScriptsAreOff) {
+    testing::TempFolder folder;
+    std::string script = "touch '" + (folder / "ran").string() + "'\n";
     MemoryPreferences preferences;
-    std::optional<ScriptResult> got;
-    scriptOutput(Kind::text, "{date} x\n", preferences, [&](ScriptResult r) { got = r; });
-    ASSERT_TRUE(got); // called before scriptOutput returned
-    EXPECT_EQ(*got, "{date} x\n");
-}
-
-TEST(ScriptOutput, JavaScriptRunsEvenWithScriptsOff) {
-    MemoryPreferences off;
-    EXPECT_EQ(scriptOutput(Kind::javascript, "return 1 + 2", off).get(), "3");
-    EXPECT_EQ(scriptOutput(Kind::javascript, "undefined", off).get(), std::nullopt);
-}
-
-TEST(ScriptOutput, ShellAndAppleScriptStartNothingWhileScriptsAreOff) {
-    TempFolder folder;
-    std::string script = "touch '" + (folder / "ran").string() + "'";
-    MemoryPreferences preferences;
-    for (Kind kind : {Kind::shell, Kind::applescript}) {
-        std::optional<ScriptResult> got;
-        scriptOutput(kind, script, preferences, [&](ScriptResult r) { got = r; });
-        ASSERT_TRUE(got);
-        EXPECT_EQ(*got, std::nullopt);
+    // Text and refused scripts are answered before scriptOutput returns.
+    std::vector<ScriptResult> got;
+    for (Kind kind : {Kind::text, Kind::shell, Kind::applescript}) {
+        scriptOutput(kind, script, preferences, [&](ScriptResult r) { got.push_back(r); });
     }
+    EXPECT_EQ(got, (std::vector<ScriptResult>{script, std::nullopt, std::nullopt}));
     EXPECT_EQ(runningScripts(), 0u);
     EXPECT_FALSE(std::filesystem::exists(folder / "ran"));
-
-    // The setting is read at every call.
+    EXPECT_EQ(scriptOutput(Kind::javascript, "return 1 + 2", preferences).get(), "3");
+    // The setting is read at every call; no output is still a result.
     preferences.setValue("allowScripts", true);
     EXPECT_EQ(scriptOutput(Kind::shell, script, preferences).get(), "");
-    EXPECT_TRUE(std::filesystem::exists(folder / "ran"));
-    // AppleScript has no interpreter here even when allowed.
-    EXPECT_EQ(scriptOutput(Kind::applescript, "return 1", preferences).get(), std::nullopt);
 }
 
-TEST(ScriptOutput, ShellLosesExactlyOneFinalLineFeed) {
-    EXPECT_EQ(shell("printf 'a\\nb\\n'"), "a\nb");
-    EXPECT_EQ(shell("printf 'a\\n\\n'"), "a\n");
-    EXPECT_EQ(shell("printf 'a\\r\\n'"), "a\r");
-    EXPECT_EQ(shell("printf abc"), "abc");
-    EXPECT_EQ(shell("printf '\\n'"), "");
-    EXPECT_EQ(shell("true"), ""); // no output is still a result
-    EXPECT_EQ(shell("printf '\\303\\251\\n'"), "\u00e9");
-}
-
-TEST(ScriptOutput, ShellFailuresGiveNothing) {
-    EXPECT_EQ(shell("echo partial; exit 1"), std::nullopt);
-    EXPECT_EQ(shell("echo partial; kill -9 $$"), std::nullopt);
-    EXPECT_EQ(shell("printf 'caf\\351'"), std::nullopt); // Latin-1, not UTF-8
-    EXPECT_EQ(shell("if then fi"), std::nullopt);
-}
-
-TEST(ScriptOutput, ShellRunsInTheApplicationsSurroundings) {
-    ::setenv("QUILLET_TEST_GREETING", "hello there", 1);
-    EXPECT_EQ(shell("printf %s \"$QUILLET_TEST_GREETING\""), "hello there");
-    EXPECT_EQ(shell("echo lost >&2; echo kept"), "kept");
-    std::string expected = ::access("/bin/zsh", X_OK) == 0 ? "/bin/zsh" : "/bin/sh";
-    EXPECT_EQ(shell("printf %s \"$0\""), expected);
-    // Nothing the application blocks or ignores (say, SIGPIPE) carries over to the script.
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGUSR1);
-    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    auto previous = std::signal(SIGPIPE, SIG_IGN);
-    auto masks = shell("grep -E '^Sig(Blk|Ign)' /proc/self/status | cut -f2").value_or("");
-    ASSERT_EQ(masks.size(), 33u) << masks;
-    // glibc's own signals (32 and 33) may show as ignored; they are no business of scripts.
-    constexpr unsigned long long standard = 0x7fffffffULL;
-    EXPECT_EQ(std::stoull(masks.substr(0, 16), nullptr, 16) & standard, 0u) << masks;
-    EXPECT_EQ(std::stoull(masks.substr(17), nullptr, 16) & standard, 0u) << masks;
-    std::signal(SIGPIPE, previous);
-    ::pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
-}
-
-TEST(ScriptOutput, OutputBeyondThePipeBufferWaitsForTheLimit) {
+TEST(ScriptOutput, ShellsAreKilledAfterFiveSecondsAndJavaScriptStoppedAfterSix) {
     // The output is read once the script has ended, so a script writing more than the pipe holds
     // blocks until it is killed: nothing, by design.
-    EXPECT_EQ(shell("head -c 1000000 /dev/zero | tr '\\0' a", quick), std::nullopt);
-    EXPECT_EQ(shell("head -c 1000 /dev/zero | tr '\\0' a", quick).value_or("").size(), 1000u);
-}
+    constexpr ScriptLimits quick{300ms, 600ms};
+    EXPECT_EQ(run(Kind::shell, "head -c 1000000 /dev/zero | tr '\\0' a", quick), std::nullopt);
+    EXPECT_EQ(run(Kind::shell, "head -c 1000 /dev/zero | tr '\\0' a", quick)->size(), 1000u);
 
-TEST(ScriptOutput, TimeOutKillsTheScriptAndEverythingItStarted) {
-    TempFolder folder;
-    std::size_t descriptors = openDescriptors();
+    testing::TempFolder folder;
+    run(Kind::javascript, "1"); // the interpreter's first run opens what it keeps for good
+    auto descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    auto start = std::chrono::steady_clock::now();
+    auto endless = scriptOutput(Kind::javascript, "while (true) {}", allowed);
     std::string script = "echo $$ > '" + (folder / "shell").string() + "'; sleep 30 & echo $! > '" +
-                         (folder / "child").string() + "'; wait";
-    EXPECT_EQ(shell(script, quick), std::nullopt);
-    ASSERT_TRUE(waitForScripts(2s));
-
-    EXPECT_TRUE(stopped(pidIn(folder / "shell"), true));
+                         (folder / "child").string() + "'; wait; echo late";
+    EXPECT_EQ(run(Kind::shell, script), std::nullopt);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
+    EXPECT_EQ(endless.get(), std::nullopt);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 5900ms);
+    // The interpreter's thread stops too rather than keeping a core busy.
+    ASSERT_TRUE(waitForScripts(3s));
+    EXPECT_TRUE(stopped(folder / "shell", true));
     // The orphaned sleep belongs to init now, which may collect it a little later.
-    auto child = pidIn(folder / "child");
-    for (int i = 0; i < 100 && !stopped(child, false); ++i) {
+    for (int i = 0; i < 100 && !stopped(folder / "child", false); ++i) {
         std::this_thread::sleep_for(10ms);
     }
-    EXPECT_TRUE(stopped(child, false));
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(stopped(folder / "child", false));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), descriptors);
 }
 
-TEST(ScriptOutput, ShellIsKilledAfterFiveSeconds) {
-    auto start = Clock::now();
-    EXPECT_EQ(shell("sleep 10; echo late"), std::nullopt);
-    auto elapsed = Clock::now() - start;
-    EXPECT_GE(elapsed, 4900ms);
-    EXPECT_LT(elapsed, 9s);
-}
-
-TEST(ScriptOutput, EndlessJavaScriptGivesNothingAfterSixSecondsAndIsStopped) {
-    MemoryPreferences preferences;
-    auto start = Clock::now();
-    EXPECT_EQ(scriptOutput(Kind::javascript, "while (true) {}", preferences).get(), std::nullopt);
-    auto elapsed = Clock::now() - start;
-    EXPECT_GE(elapsed, 5900ms);
-    EXPECT_LT(elapsed, 9s);
-    // The interpreter's thread stops too rather than keeping a core busy.
-    EXPECT_TRUE(waitForScripts(3s));
-}
-
-TEST(ScriptOutput, TheCallCompletesOnceWhoeverFinishesFirst) {
-    MemoryPreferences preferences = allowed();
-    // The shell outlives the call's limit (its own limit is longer), then finishes with text that
-    // must go nowhere.
-    std::atomic<int> shellCompletions = 0;
-    std::atomic<bool> shellGotText = false;
-    scriptOutput(Kind::shell, "sleep 0.4; echo late", preferences,
-                 [&](ScriptResult r) {
-                     ++shellCompletions;
-                     shellGotText = r.has_value();
-                 },
-                 {2s, 100ms});
-    // Around the limit the two finishers race; still one completion each.
-    constexpr int racing = 40;
-    std::atomic<int> completions = 0;
-    for (int i = 0; i < racing; ++i) {
+TEST(ScriptOutput, EachCallCompletesOnceAndIndependently) {
+    testing::TempFolder folder;
+    std::string gate = "while [ ! -e '" + (folder / "gate").string() + "' ]; do sleep 0.02; done";
+    auto held = scriptOutput(Kind::shell, gate + "; echo released", allowed);
+    // This shell outlives the call's limit (its own limit is longer), then finishes with text
+    // that must go nowhere; around their limit the JavaScript runs race their interrupts.
+    std::atomic<int> shell = 0, completions = 0;
+    scriptOutput(Kind::shell, "sleep 0.4; echo late", allowed,
+                 [&](ScriptResult r) { shell += r ? 100 : 1; }, {2s, 100ms});
+    for (int i = 0; i < 40; ++i) {
         scriptOutput(Kind::javascript, "const end = Date.now() + 20; while (Date.now() < end) {} 1",
-                     preferences, [&](ScriptResult) { ++completions; }, {5s, 20ms});
+                     allowed, [&](ScriptResult) { ++completions; }, {5s, 20ms});
     }
-    ASSERT_TRUE(waitForScripts(10s));
-    EXPECT_EQ(shellCompletions, 1);
-    EXPECT_FALSE(shellGotText);
-    EXPECT_EQ(completions, racing);
-    EXPECT_EQ(runningScripts(), 0u);
-}
-
-TEST(ScriptOutput, ConcurrentRunsAreIndependent) {
-    TempFolder folder;
-    std::string gate = "'" + (folder / "gate").string() + "'";
-    MemoryPreferences preferences = allowed();
-    auto held =
-        scriptOutput(Kind::shell, "while [ ! -e " + gate + " ]; do sleep 0.02; done; echo released",
-                     preferences);
-    auto endless = scriptOutput(Kind::javascript, "while (true) {}", preferences, quick);
-    std::vector<std::future<ScriptResult>> others;
-    for (int i = 0; i < 8; ++i) {
-        others.push_back(scriptOutput(Kind::shell, "echo " + std::to_string(i), preferences));
-        others.push_back(
-            scriptOutput(Kind::javascript, "return " + std::to_string(i) + " * 2", preferences));
-    }
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(others[2 * i].get(), std::to_string(i));
-        EXPECT_EQ(others[2 * i + 1].get(), std::to_string(i * 2));
-    }
-    EXPECT_EQ(held.wait_for(0s), std::future_status::timeout);
+    // A shell waiting on its own holds up no other run.
+    EXPECT_EQ(run(Kind::shell, "echo 1"), "1");
     testing::writeText(folder / "gate", "");
     EXPECT_EQ(held.get(), "released");
-    EXPECT_EQ(endless.get(), std::nullopt);
-    EXPECT_TRUE(waitForScripts(3s));
+    ASSERT_TRUE(waitForScripts(10s));
+    EXPECT_EQ(shell, 1); // once, and without the late text
+    EXPECT_EQ(completions, 40);
 }
 
 } // namespace

@@ -42,8 +42,8 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 } // namespace
 
-ProcessResult runProcess(const std::vector<std::string>& args, const std::string& stdinText,
-                         const std::map<std::string, std::string>& env) {
+ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOptions& options) {
+    const std::string& stdinText = options.stdinText;
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
         ::pipe2(err, O_CLOEXEC) != 0) {
@@ -55,12 +55,18 @@ ProcessResult runProcess(const std::vector<std::string>& args, const std::string
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     std::vector<std::string> argStrings = args;
-    std::vector<std::string> envStrings = environmentWith(env);
+    std::vector<std::string> envStrings = environmentWith(options.env);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    if (options.newSession) {
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    }
     auto argv = pointers(argStrings);
     auto envp = pointers(envStrings);
     pid_t pid = -1;
-    int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    int spawned = ::posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);

@@ -18,6 +18,14 @@ public:
     /// Puts plain text on the clipboard.
     void copyText(std::string text) { copy({{"text/plain;charset=utf-8", std::move(text)}}); }
 
+    void write(std::vector<ClipboardItem> items) override {
+        std::map<std::string, std::string> content;
+        for (auto& item : items) {
+            content.emplace(std::move(item.type), std::move(item.data));
+        }
+        copy(std::move(content));
+    }
+
     std::int64_t changeCount() const override { return count_; }
 
     std::vector<std::string> types() const override {

@@ -3,7 +3,6 @@
 #include "library/RunLoop.h"
 #include "support/TempFolder.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
@@ -13,157 +12,99 @@ namespace quillet {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
-using testing::TempFolder;
 
-// Runs a command in a child shell, as another program changing the files would.
-void shell(const std::string& command) {
-    int status = std::system(command.c_str());
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
-}
+constexpr auto quietTime = 2 * FileWatcher::latency; // a batch would have come by then
 
-std::string quoted(const std::filesystem::path& path) {
-    return "'" + path.string() + "'";
-}
-
-// A watcher on a run loop that counts the batches it reports.
+// A watcher on a run loop that counts the batches it reports, and a shell that changes files in
+// the temporary folder as another program would.
 class Watching : public ::testing::Test {
 protected:
     Watching() : watcher(std::make_unique<InotifyWatcher>(loop)) {
         watcher->setCallback([this] { ++batches; });
     }
 
-    // Runs the loop until the next batch arrives; false when none came within a few seconds.
-    bool nextBatch() {
-        const int before = batches;
-        return loop.runUntil([&] { return batches > before; }, 5s);
+    void shell(const std::string& command) {
+        int status = std::system(("cd '" + temp.path().string() + "' && " + command).c_str());
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
     }
 
-    // True when no batch arrives during twice the batch time.
-    bool quiet() {
+    // Runs the loop until the next batch arrives; false when none came within timeout.
+    bool batch(Scheduler::Duration timeout = 5s) {
         const int before = batches;
-        loop.runFor(2 * FileWatcher::latency);
-        return batches == before;
+        return loop.runUntil([&] { return batches > before; }, timeout);
     }
 
-    TempFolder temp;
+    testing::TempFolder temp;
     RunLoop loop;
     std::unique_ptr<InotifyWatcher> watcher;
     int batches = 0;
 };
 
-TEST_F(Watching, AChangeByAnotherProcessArrivesAfterTheBatchTime) {
+TEST_F(Watching, ChangesByAnotherProcessArriveTogetherAfterTheBatchTime) {
     watcher->watch({temp.path()});
+    ASSERT_FALSE(batch(quietTime)); // watching itself reports nothing
+    const auto start = std::chrono::steady_clock::now();
+    shell("echo hello > snippets.json");
+    ASSERT_TRUE(batch());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, FileWatcher::latency);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+
+    shell("for i in $(seq 100); do echo $i > f$((i % 7)); echo $i >> log; done && mkdir sub && "
+          "mv f1 sub/ && rm f2");
+    ASSERT_TRUE(batch());
+    EXPECT_FALSE(batch(quietTime));
+    EXPECT_EQ(batches, 2);
+}
+
+TEST_F(Watching, TheWatchFollowsPathsThroughRenamesAndFoldersMadeMovedOrDeletedLater) {
+    shell("echo first > notes.txt");
+    watcher->watch({temp / "notes.txt", temp / "a" / "b" / "library"});
     EXPECT_EQ(watcher->error(), "");
-    ASSERT_TRUE(quiet()); // watching itself reports nothing
+    // How editors and sync tools save: write a new file beside it, rename it over the old.
+    shell("echo second > .notes.swp && mv .notes.swp notes.txt");
+    ASSERT_TRUE(batch());
+    shell("echo other > other.txt && rm other.txt && mkdir unrelated");
+    EXPECT_FALSE(batch(quietTime)) << "neighbours do not count";
+    shell("rm notes.txt");
+    EXPECT_TRUE(batch());
+    shell("echo third > notes.txt");
+    EXPECT_TRUE(batch()) << "the file is still watched after the rename and the deletion";
 
-    const auto start = Clock::now();
-    shell("echo hello > " + quoted(temp / "snippets.json"));
-    ASSERT_TRUE(nextBatch());
-    const auto took = Clock::now() - start;
-    std::printf("change reported after %.0f ms\n",
-                std::chrono::duration<double, std::milli>(took).count());
-    EXPECT_GE(took, FileWatcher::latency);
-    EXPECT_LT(took, 3s);
-    EXPECT_TRUE(quiet());
+    shell("mkdir -p a/b/library && echo x > a/b/library/f");
+    ASSERT_TRUE(batch());
+    EXPECT_FALSE(batch(quietTime));
+    shell("echo y > a/b/library/f"); // now the folder itself is watched, not its parent
+    ASSERT_TRUE(batch());
+    shell("mv a/b/library a/b/library.old && mkdir a/b/library");
+    ASSERT_TRUE(batch());
+    shell("echo x > a/b/library.old/f");
+    EXPECT_FALSE(batch(quietTime)) << "the moved folder is no longer the one at the path";
+    shell("echo x > a/b/library/f");
+    ASSERT_TRUE(batch());
+    shell("rm -r a/b/library");
+    ASSERT_TRUE(batch());
+    shell("mkdir a/b/library && echo x > a/b/library/f");
+    EXPECT_TRUE(batch());
 }
 
-TEST_F(Watching, ManyQuickWritesArriveAsOneBatch) {
-    watcher->watch({temp.path()});
-    shell("cd " + quoted(temp.path()) +
-          " && for i in $(seq 100); do echo $i > f$((i % 7)); echo $i >> log; done"
-          " && mkdir sub && mv f1 sub/ && rm f2");
-    ASSERT_TRUE(nextBatch());
-    EXPECT_TRUE(quiet());
-    EXPECT_EQ(batches, 1);
-}
-
-TEST_F(Watching, AFileReplacedByRenameStaysWatchedAndItsNeighboursDoNotCount) {
-    auto file = temp / "notes.txt";
-    shell("echo first > " + quoted(file));
-    watcher->watch({file});
-    for (int save = 0; save < 3; ++save) {
-        // How editors and sync tools save: write a new file beside it, rename it over the old.
-        shell("echo v" + std::to_string(save) + " > " + quoted(temp / ".notes.txt.swp") +
-              " && mv " + quoted(temp / ".notes.txt.swp") + " " + quoted(file));
-        ASSERT_TRUE(nextBatch()) << "save " << save;
-    }
-    shell("echo other > " + quoted(temp / "other.txt") + " && rm " + quoted(temp / "other.txt"));
-    EXPECT_TRUE(quiet());
-    shell("rm " + quoted(file));
-    EXPECT_TRUE(nextBatch());
-    shell("echo back > " + quoted(file));
-    EXPECT_TRUE(nextBatch());
-}
-
-TEST_F(Watching, AFolderThatDoesNotExistYetIsSeenOnceMade) {
-    auto folder = temp / "a" / "b" / "quillet";
-    watcher->watch({folder});
-    EXPECT_EQ(watcher->error(), "");
-    shell("mkdir " + quoted(temp / "unrelated"));
-    EXPECT_TRUE(quiet());
-
-    shell("mkdir -p " + quoted(folder) + " && echo x > " + quoted(folder / "snippets.json"));
-    ASSERT_TRUE(nextBatch());
-    EXPECT_TRUE(quiet());
-    // Now the folder itself is watched, not its parent.
-    shell("echo y > " + quoted(folder / "snippets.json"));
-    EXPECT_TRUE(nextBatch());
-}
-
-TEST_F(Watching, TheWatchFollowsThePathWhenTheFolderIsMovedOrDeleted) {
-    auto folder = temp / "library";
-    auto moved = temp / "library.old";
-    shell("mkdir " + quoted(folder));
-    watcher->watch({folder});
-
-    shell("mv " + quoted(folder) + " " + quoted(moved) + " && mkdir " + quoted(folder));
-    ASSERT_TRUE(nextBatch());
-    shell("echo x > " + quoted(moved / "f"));
-    EXPECT_TRUE(quiet()) << "the moved folder is no longer the one at the path";
-    shell("echo x > " + quoted(folder / "f"));
-    ASSERT_TRUE(nextBatch());
-
-    shell("rm -r " + quoted(folder));
-    ASSERT_TRUE(nextBatch());
-    shell("mkdir " + quoted(folder) + " && echo x > " + quoted(folder / "f"));
-    ASSERT_TRUE(nextBatch());
-    EXPECT_TRUE(quiet());
-    shell("echo y > " + quoted(folder / "f"));
-    EXPECT_TRUE(nextBatch());
-}
-
-TEST_F(Watching, WatchingAgainReplacesThePaths) {
-    auto first = temp / "first";
-    auto second = temp / "second";
-    auto third = temp / "third";
-    shell("mkdir " + quoted(first) + " " + quoted(second) + " " + quoted(third));
-    watcher->watch({first, second});
-    watcher->watch({second, third});
-    shell("echo x > " + quoted(first / "f"));
-    EXPECT_TRUE(quiet());
-    shell("echo x > " + quoted(third / "f"));
-    EXPECT_TRUE(nextBatch());
-    shell("echo x > " + quoted(second / "f"));
-    EXPECT_TRUE(nextBatch());
-
-    watcher->watch({});
-    shell("echo y > " + quoted(second / "f") + " && echo y > " + quoted(third / "f"));
-    EXPECT_TRUE(quiet());
-}
-
-TEST_F(Watching, NothingIsReportedOnceTheCallbackIsClearedOrTheWatcherIsGone) {
-    watcher->watch({temp.path()});
-    shell("echo x > " + quoted(temp / "f"));
+TEST_F(Watching, NothingIsReportedForPathsNoLongerWatchedOrOnceTheWatcherIsGone) {
+    shell("mkdir first second");
+    watcher->watch({temp / "first", temp / "second"});
+    watcher->watch({temp / "second"});
+    shell("echo x > first/f");
+    EXPECT_FALSE(batch(quietTime));
+    shell("echo x > second/f");
+    EXPECT_TRUE(batch());
     watcher->setCallback({});
-    EXPECT_TRUE(quiet());
+    shell("echo y > second/f");
+    EXPECT_FALSE(batch(quietTime));
 
     watcher->setCallback([this] { ++batches; });
-    shell("echo y > " + quoted(temp / "f"));
+    shell("echo z > second/f");
     // Destroyed while the batch is still being gathered or already handed to the loop.
     loop.runFor(FileWatcher::latency / 2);
     watcher.reset();
-    EXPECT_TRUE(quiet());
+    EXPECT_FALSE(batch(quietTime));
 }
 
 } // namespace

@@ -1,0 +1,828 @@
+#include "engine/Expander.h"
+
+#include "engine/Typos.h"
+#include "library/Site.h"
+#include "library/Text.h"
+#include "render/ScriptOutput.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace quillet {
+
+struct Expander::Pending {
+    Matcher::Match match;
+    std::int64_t erase = 0;
+    std::optional<Snippet> snippet; // nothing for corrections and symbol sets
+    std::uint64_t keysAtMatch = 0;  // a key typed since then rules out an undo
+};
+
+namespace {
+
+std::int64_t characters(std::string_view s) {
+    return static_cast<std::int64_t>(text::graphemeCount(s));
+}
+
+bool sameId(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+        auto lower = [](char c) {
+            return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        };
+        return lower(x) == lower(y);
+    });
+}
+
+// A listed site covers its subdomains: "example.com" admits "mail.example.com".
+bool hostListed(const std::vector<std::string>& sites, std::string_view host) {
+    for (const std::string& entry : sites) {
+        std::optional<std::string> listed = siteHost(entry);
+        if (!listed) {
+            continue;
+        }
+        if (host == *listed || (host.size() > listed->size() && host.ends_with(*listed) &&
+                                host[host.size() - listed->size() - 1] == '.')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Control characters other than blanks and line ends come from keys that type nothing
+// (Escape, Delete); they must not reach the matcher.
+bool typesNothing(std::string_view text) {
+    if (text.size() != 1) {
+        return text.empty();
+    }
+    const auto c = static_cast<unsigned char>(text[0]);
+    return (c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7f;
+}
+
+bool movesCaret(KeyEvent::Key key) {
+    using Key = KeyEvent::Key;
+    switch (key) {
+    case Key::left:
+    case Key::right:
+    case Key::up:
+    case Key::down:
+    case Key::home:
+    case Key::end:
+    case Key::pageUp:
+    case Key::pageDown:
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::string shown(std::string_view s) {
+    std::string out = "\"";
+    for (char c : s) {
+        switch (c) {
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '"':
+        case '\\':
+            out += '\\';
+            out += c;
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string strokeName(const Tokens::KeyStroke& stroke) {
+    std::string name;
+    const std::pair<std::uint64_t, const char*> modifiers[] = {{Tokens::commandMask, "cmd"},
+                                                               {Tokens::controlMask, "ctrl"},
+                                                               {Tokens::optionMask, "opt"},
+                                                               {Tokens::shiftMask, "shift"},
+                                                               {Tokens::superMask, "super"}};
+    for (auto [mask, word] : modifiers) {
+        if ((stroke.mask & mask) != 0) {
+            name += word;
+            name += '+';
+        }
+    }
+    static const std::vector<std::string> keys = [] {
+        std::vector<std::string> all{"return", "tab",   "space", "delete", "esc",
+                                     "left",   "right", "down",  "up"};
+        for (char c = 'a'; c <= 'z'; ++c) {
+            all.emplace_back(1, c);
+        }
+        for (char c = '0'; c <= '9'; ++c) {
+            all.emplace_back(1, c);
+        }
+        return all;
+    }();
+    for (const std::string& key : keys) {
+        if (auto known = Tokens::keyStroke(key); known && known->code == stroke.code) {
+            return name + key;
+        }
+    }
+    return name + "key" + std::to_string(stroke.code);
+}
+
+} // namespace
+
+// Steps -------------------------------------------------------------------------------------
+
+Expander::Step Expander::Step::erase(std::int64_t count) {
+    Step s;
+    s.kind = Kind::erase;
+    s.count = count;
+    return s;
+}
+
+Expander::Step Expander::Step::insert(Payload payload) {
+    Step s;
+    s.kind = Kind::insert;
+    s.payload = std::move(payload);
+    return s;
+}
+
+Expander::Step Expander::Step::press(Tokens::KeyStroke stroke) {
+    Step s;
+    s.kind = Kind::press;
+    s.stroke = stroke;
+    return s;
+}
+
+Expander::Step Expander::Step::left(std::int64_t count) {
+    Step s;
+    s.kind = Kind::left;
+    s.count = count;
+    return s;
+}
+
+Expander::Step Expander::Step::right(std::int64_t count) {
+    Step s;
+    s.kind = Kind::right;
+    s.count = count;
+    return s;
+}
+
+Expander::Step Expander::Step::type(std::string text) {
+    Step s;
+    s.kind = Kind::type;
+    s.text = std::move(text);
+    return s;
+}
+
+Expander::Step Expander::Step::finish() {
+    return Step{};
+}
+
+std::string Expander::describe(const Step& step) {
+    switch (step.kind) {
+    case Step::Kind::erase:
+        return "erase " + std::to_string(step.count);
+    case Step::Kind::insert: {
+        if (step.payload.image) {
+            return "insert " + step.payload.image->type;
+        }
+        return "insert " + shown(step.payload.text) + (step.payload.styled ? " +html" : "");
+    }
+    case Step::Kind::press:
+        return "press " + strokeName(step.stroke);
+    case Step::Kind::left:
+        return "left " + std::to_string(step.count);
+    case Step::Kind::right:
+        return "right " + std::to_string(step.count);
+    case Step::Kind::type:
+        return "type " + shown(step.text);
+    case Step::Kind::finish:
+        return "finish";
+    }
+    return "?";
+}
+
+Expander::Plan Expander::plan(const std::vector<Expansion::Step>& steps, const Snippet* snippet,
+                              std::string_view trailer, const LibraryLocation& location) {
+    // A picture snippet pastes its picture even when its text renders to nothing.
+    const bool picture = snippet != nullptr && snippet->image.has_value();
+    std::vector<Expansion::Step> withPicture;
+    const std::vector<Expansion::Step>* source = &steps;
+    if (picture && std::none_of(steps.begin(), steps.end(), [](const Expansion::Step& s) {
+            return std::holds_alternative<Expansion::Text>(s);
+        })) {
+        withPicture = steps;
+        withPicture.insert(withPicture.begin(), Expansion::Text{});
+        source = &withPicture;
+    }
+    std::optional<Snippet> textOnly; // the snippet for every text after the first: no picture
+
+    Plan out;
+    bool caret = false;    // a caret mark stands in what is on screen so far
+    std::int64_t back = 0; // characters between the mark and the end
+    bool firstText = true;
+    auto put = [&](std::int64_t count) {
+        out.length += count;
+        if (caret) {
+            back += count;
+        }
+    };
+    for (const Expansion::Step& step : *source) {
+        if (const auto* text = std::get_if<Expansion::Text>(&step)) {
+            const Snippet* owner = snippet;
+            if (picture && !firstText) {
+                if (!textOnly) {
+                    textOnly = *snippet;
+                    textOnly->image.reset();
+                }
+                owner = &*textOnly;
+            }
+            firstText = false;
+            Payload payload = Payload::make(text->text, owner, location);
+            if (payload.text.empty() && !payload.image) {
+                continue;
+            }
+            const std::int64_t count = payload.image ? 1 : characters(payload.text);
+            const bool marked = !payload.image && text->cursorBack > 0;
+            out.steps.push_back(Step::insert(std::move(payload)));
+            if (marked) {
+                caret = true;
+                back = std::min<std::int64_t>(text->cursorBack, count);
+                out.length += count;
+            } else {
+                put(count);
+            }
+        } else if (const auto* key = std::get_if<Expansion::Key>(&step)) {
+            out.steps.push_back(Step::press(key->stroke));
+            out.pressesKeys = true;
+            caret = false; // the key may have moved the caret anywhere
+            back = 0;
+        } else if (const auto* literal = std::get_if<Expansion::Literal>(&step)) {
+            out.steps.push_back(Step::type(literal->text));
+            put(characters(literal->text));
+        }
+    }
+    if (!trailer.empty()) {
+        out.steps.push_back(Step::type(std::string(trailer)));
+        out.trailer = characters(trailer);
+        put(out.trailer);
+    }
+    if (caret && back > 0) {
+        out.steps.push_back(Step::left(back));
+        out.cursorBack = back;
+    }
+    out.steps.push_back(Step::finish());
+    return out;
+}
+
+std::int64_t Expander::eraseCount(const Matcher::Match& match, bool byTab, bool held) {
+    const std::int64_t whole = characters(match.abbreviation);
+    if (!match.trailer.empty()) {
+        // The whole abbreviation or word is on screen, and the delimiter after it unless held.
+        return whole + (held ? 0 : characters(match.trailer));
+    }
+    if (byTab) {
+        return whole;
+    }
+    // Instantly: the key just pressed typed the abbreviation's last character.
+    return held ? std::max<std::int64_t>(whole - 1, 0) : whole;
+}
+
+bool Expander::admits(const Snippet& snippet, std::string_view app,
+                      const std::optional<Site>& site) {
+    if (snippet.scope == Snippet::Scope::everywhere) {
+        return true;
+    }
+    bool listed = !app.empty() && std::any_of(snippet.apps.begin(), snippet.apps.end(),
+                                              [&](const std::string& a) { return sameId(a, app); });
+    if (!listed && site && !app.empty() && sameId(site->browser, app)) {
+        listed = hostListed(snippet.sites, site->host);
+    }
+    return snippet.scope == Snippet::Scope::only ? listed : !listed;
+}
+
+// Life --------------------------------------------------------------------------------------
+
+Expander::Expander(Platform platform, Services services)
+    : keys_(platform.keys), executor_(platform.executor), front_(platform.front),
+      scheduler_(platform.scheduler), services_(services),
+      askForm_([](const std::vector<Tokens::Field>& fields, FormDone done) {
+          done(Expansion::defaults(fields));
+      }),
+      appId_(front_.id()), self_(std::make_shared<Expander*>(this)) {
+    if (services_.usageFile != nullptr) {
+        usage_ = services_.usageFile->load();
+    }
+    preferencesChanged();
+    front_.setOnChange([this] {
+        refreshFront();
+        syncGrabs();
+    });
+}
+
+Expander::~Expander() {
+    self_.reset();
+    front_.setOnChange({});
+    stop();
+    // Unlocks wait for the user; their results are dropped, but their threads must end first.
+    for (auto& [id, thread] : unlocks_) {
+        thread.join();
+    }
+}
+
+bool Expander::start(std::string& error) {
+    if (listening_) {
+        return true;
+    }
+    if (!keys_.start(*this, error)) {
+        return false;
+    }
+    listening_ = true;
+    tabGrabbed_ = false;
+    escapeGrabbed_ = false;
+    matcher_.clear();
+    syncGrabs();
+    return true;
+}
+
+void Expander::stop() {
+    if (!listening_) {
+        return;
+    }
+    if (tabGrabbed_) {
+        keys_.grabTab(false);
+    }
+    if (escapeGrabbed_) {
+        keys_.grabEscape(false);
+    }
+    tabGrabbed_ = false;
+    escapeGrabbed_ = false;
+    keys_.stop();
+    listening_ = false;
+    matcher_.clear();
+    clearUndo();
+}
+
+void Expander::update(std::vector<Snippet> library) {
+    assert(scheduler_.isMainThread());
+    all_ = std::move(library);
+    std::vector<Uuid> ids;
+    ids.reserve(all_.size());
+    for (const Snippet& s : all_) {
+        ids.push_back(s.id);
+    }
+    const std::size_t before = usage_.uses.size();
+    usage_.seed(ids, Date::now());
+    if (usage_.uses.size() != before) {
+        saveUsage();
+    }
+    rebuild();
+    syncGrabs();
+}
+
+void Expander::setSite(std::optional<Site> site) {
+    if (site == site_) {
+        return;
+    }
+    site_ = std::move(site);
+    rebuild();
+    syncGrabs();
+}
+
+void Expander::preferencesChanged() {
+    const Preferences& preferences = services_.preferences;
+    matcher_.setCorrections(Typos::corrections(preferences));
+    matcher_.setExtras(Typos::extras(preferences));
+    suggesting_ = preferences.isOn(suggestionsKey);
+    syncGrabs();
+}
+
+void Expander::setAskForm(AskForm ask) {
+    askForm_ = ask ? std::move(ask) : [](const std::vector<Tokens::Field>& fields, FormDone done) {
+        done(Expansion::defaults(fields));
+    };
+}
+
+bool Expander::idle() const {
+    return queue_.empty() && !running_ && preparing_ == 0;
+}
+
+// The active set ------------------------------------------------------------------------------
+
+void Expander::refreshFront() {
+    std::string id = front_.id();
+    if (id == appId_) {
+        return;
+    }
+    appId_ = std::move(id);
+    // What was typed belongs to the application left behind.
+    breakContext();
+    rebuild();
+}
+
+void Expander::rebuild() {
+    active_.clear();
+    patterns_.clear();
+    Matcher::Table table;
+    Matcher::Modes modes;
+    std::map<std::string, std::string> patterns;
+    for (const Snippet& s : all_) {
+        if (s.archived || s.abbreviation.empty() || !admits(s, appId_, site_)) {
+            continue;
+        }
+        // The first snippet of an abbreviation wins, as in the library's order.
+        if (s.regex) {
+            if (patterns_.emplace(s.abbreviation, s).second) {
+                patterns.emplace(s.abbreviation, s.content);
+            }
+        } else if (active_.emplace(s.abbreviation, s).second) {
+            table.emplace(s.abbreviation, s.content);
+            if (s.trigger) {
+                modes.emplace(s.abbreviation, *s.trigger);
+            }
+        }
+    }
+    matcher_.setSnippets(std::move(table), std::move(modes));
+    matcher_.setPatterns(std::move(patterns));
+    matcher_.compile();
+}
+
+Matcher::Mode Expander::globalMode() const {
+    auto raw = services_.preferences.text(triggerModeKey);
+    return triggerModeFromRaw(raw.value_or("")).value_or(Matcher::Mode::instant);
+}
+
+void Expander::syncGrabs() {
+    if (!listening_ || keys_.canSwallow()) {
+        return;
+    }
+    matcher_.setMode(globalMode());
+    const bool tab = matcher_.wouldFire(Matcher::Mode::tab);
+    if (tab != tabGrabbed_) {
+        keys_.grabTab(tab);
+        tabGrabbed_ = tab;
+    }
+    const bool escape = undo_.has_value();
+    if (escape != escapeGrabbed_) {
+        keys_.grabEscape(escape);
+        escapeGrabbed_ = escape;
+    }
+}
+
+// Events ----------------------------------------------------------------------------------------
+
+Verdict Expander::key(const KeyEvent& event) {
+    assert(scheduler_.isMainThread());
+    if (event.key == KeyEvent::Key::modifier) {
+        return Verdict::pass; // a modifier alone types nothing and moves nothing
+    }
+    ++keysSeen_;
+    refreshFront();
+    Verdict verdict = Verdict::pass;
+    const KeyEvent::Modifiers& held = event.modifiers;
+    const bool bare = !held.control && !held.super && !held.alt && !held.shift;
+    if (event.key == KeyEvent::Key::escape && event.held && bare && undo_) {
+        takeBack();
+        verdict = Verdict::swallow;
+    } else {
+        clearUndo(); // only the very next key may take an expansion back
+        verdict = handle(event);
+    }
+    syncGrabs();
+    return verdict;
+}
+
+Verdict Expander::handle(const KeyEvent& event) {
+    using Key = KeyEvent::Key;
+    const KeyEvent::Modifiers& held = event.modifiers;
+    if (held.control || held.super) {
+        breakContext(); // a shortcut: select all, cut, switch windows...
+        return Verdict::pass;
+    }
+    if (event.key == Key::backspace) {
+        matcher_.dropLast();
+        if (suggesting_) {
+            repeats_.backspace();
+        }
+        return Verdict::pass;
+    }
+    if (movesCaret(event.key)) {
+        matcher_.clear();
+        return Verdict::pass;
+    }
+    matcher_.setMode(globalMode());
+    if (event.key == Key::tab || event.key == Key::enter) {
+        const bool plain = !held.shift && !held.alt;
+        if (event.key == Key::tab && event.held && plain) {
+            if (auto match = matcher_.fire(Matcher::Mode::tab, "")) {
+                perform(*match, eraseCount(*match, true, true));
+                return Verdict::swallow;
+            }
+        }
+        // A Tab or Return the application has acted on (moved the focus, sent a message) must
+        // not be answered with an expansion: what would be erased is no longer in front.
+        if (!event.held || !keys_.canSwallow()) {
+            if (suggesting_) {
+                repeats_.feed("\n");
+            }
+            matcher_.clear();
+            return Verdict::pass;
+        }
+    }
+    if (typesNothing(event.text)) {
+        return Verdict::pass;
+    }
+    if (suggesting_) {
+        repeats_.feed(event.text);
+    }
+    if (auto match = matcher_.feed(event.text)) {
+        perform(*match, eraseCount(*match, false, event.held));
+        return Verdict::swallow;
+    }
+    return Verdict::pass;
+}
+
+void Expander::click() {
+    assert(scheduler_.isMainThread());
+    breakContext();
+    clearUndo(); // the caret may be anywhere now
+    syncGrabs();
+}
+
+void Expander::reset() {
+    assert(scheduler_.isMainThread());
+    breakContext();
+    clearUndo();
+    syncGrabs();
+}
+
+void Expander::breakContext() {
+    matcher_.clear();
+    if (!suggesting_) {
+        return;
+    }
+    if (auto suggestion = repeats_.take(); suggestion && onRepeat_) {
+        onRepeat_(*suggestion);
+    }
+}
+
+void Expander::clearUndo() {
+    undo_.reset();
+    counted_.reset();
+}
+
+// Carrying out a match ----------------------------------------------------------------------
+
+void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
+    auto pending = std::make_shared<Pending>(Pending{match, erase, std::nullopt, keysSeen_});
+    ++preparing_;
+    const Snippet* snippet = nullptr;
+    if (match.key) {
+        auto found = patterns_.find(*match.key);
+        snippet = found != patterns_.end() ? &found->second : nullptr;
+    } else {
+        auto found = active_.find(match.abbreviation);
+        snippet = found != active_.end() ? &found->second : nullptr;
+    }
+    if (snippet == nullptr) {
+        proceed(pending, match.expansion);
+        return;
+    }
+    pending->snippet = *snippet;
+    if (snippet->locked) {
+        unlock(pending);
+        return;
+    }
+    // A pattern's template already holds what the expression matched.
+    std::string content = match.key ? match.expansion : snippet->content;
+    if (snippet->kind != Snippet::Kind::text) {
+        runScript(pending, snippet->kind, std::move(content));
+        return;
+    }
+    proceed(pending, std::move(content));
+}
+
+void Expander::unlock(std::shared_ptr<Pending> pending) {
+    LockedSnippets* locked = services_.locked;
+    if (locked == nullptr) {
+        --preparing_;
+        return;
+    }
+    // Asking the owner blocks until answered, so it runs on a thread of its own; the answer is
+    // used even if the user typed on meanwhile.
+    const std::uint64_t id = ++lastUnlock_;
+    std::weak_ptr<Expander*> alive = self_;
+    Scheduler& scheduler = scheduler_;
+    Snippet snippet = *pending->snippet;
+    std::string reason = pasteReason(pending->match.abbreviation);
+    unlocks_.emplace(
+        id, std::thread([locked, snippet = std::move(snippet), reason = std::move(reason),
+                         &scheduler, alive, id, pending]() mutable {
+            auto unlocked = std::make_shared<Unlocked>(locked->unlockForUse(snippet, reason));
+            scheduler.post([alive, id, pending, unlocked] {
+                auto self = alive.lock();
+                if (!self) {
+                    return;
+                }
+                Expander& engine = **self;
+                if (auto thread = engine.unlocks_.find(id); thread != engine.unlocks_.end()) {
+                    thread->second.join();
+                    engine.unlocks_.erase(thread);
+                }
+                if (unlocked->outcome != Unlocked::Outcome::ok || !unlocked->snippet) {
+                    --engine.preparing_; // refused: the abbreviation stays as typed
+                    return;
+                }
+                pending->snippet = std::move(*unlocked->snippet);
+                const Snippet& open = *pending->snippet;
+                if (open.kind != Snippet::Kind::text) {
+                    engine.runScript(pending, open.kind, open.content);
+                } else {
+                    engine.proceed(pending, open.content);
+                }
+            });
+        }));
+}
+
+void Expander::runScript(std::shared_ptr<Pending> pending, Snippet::Kind kind, std::string source) {
+    std::weak_ptr<Expander*> alive = self_;
+    Scheduler& scheduler = scheduler_;
+    scriptOutput(kind, std::move(source), services_.preferences,
+                 [alive, pending, &scheduler](ScriptResult result) {
+                     scheduler.post([alive, pending, result = std::move(result)] {
+                         auto self = alive.lock();
+                         if (!self) {
+                             return;
+                         }
+                         if (!result) {
+                             --(*self)->preparing_; // nothing to insert: leave what was typed
+                             return;
+                         }
+                         (*self)->proceed(pending, *result);
+                     });
+                 });
+}
+
+void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
+    if (pending->erase > 0) {
+        enqueue(Step::erase(pending->erase));
+    }
+    if (!pending->snippet) {
+        // Corrections and symbol sets insert their text as it stands.
+        carryOut(pending, std::vector<Expansion::Step>{Expansion::Text{std::move(content), 0}});
+        return;
+    }
+    const std::string& abbreviation = pending->snippet->abbreviation;
+    const auto fields = Tokens::fields(Tokens::includes(content, {abbreviation}, all_));
+    if (fields.empty()) {
+        carryOut(pending, Expansion::plan(content, abbreviation, all_, {}, renderContext()));
+        return;
+    }
+    std::weak_ptr<Expander*> alive = self_;
+    Scheduler& scheduler = scheduler_;
+    askForm_(fields, [alive, pending, content = std::move(content),
+                      &scheduler](std::optional<Expansion::Values> values) {
+        scheduler.post([alive, pending, content, values = std::move(values)] {
+            auto self = alive.lock();
+            if (!self) {
+                return;
+            }
+            Expander& engine = **self;
+            if (!values) {
+                --engine.preparing_; // cancelled: the abbreviation stays erased
+                return;
+            }
+            auto given = [&values](const std::vector<Tokens::Field>&) { return values; };
+            engine.carryOut(pending, Expansion::plan(content, pending->snippet->abbreviation,
+                                                     engine.all_, given, engine.renderContext()));
+        });
+    });
+}
+
+void Expander::carryOut(std::shared_ptr<Pending> pending,
+                        std::optional<std::vector<Expansion::Step>> steps) {
+    --preparing_;
+    if (!steps) {
+        return;
+    }
+    const Snippet* snippet = pending->snippet ? &*pending->snippet : nullptr;
+    Plan made = plan(*steps, snippet, pending->match.trailer, services_.location);
+    for (Step& step : made.steps) {
+        enqueue(std::move(step));
+    }
+    std::int64_t saved = 0;
+    if (snippet != nullptr) {
+        saved = made.length - made.trailer - characters(pending->match.abbreviation);
+        usage_.record(snippet->id, saved, Date::now());
+        saveUsage();
+    }
+    // Escape can take the expansion back only while nothing else happened since the match, and
+    // only when the plan's result on screen is known: a key press may have done anything.
+    if (keysSeen_ == pending->keysAtMatch && !made.pressesKeys) {
+        undo_ = Undo{pending->match.abbreviation + pending->match.trailer, made.length,
+                     made.cursorBack};
+        if (snippet != nullptr) {
+            counted_ = Counted{snippet->id, saved};
+        }
+    }
+    syncGrabs();
+}
+
+void Expander::takeBack() {
+    const Undo undo = *undo_;
+    undo_.reset();
+    if (counted_) {
+        usage_.undo(counted_->id, counted_->saved);
+        saveUsage();
+        counted_.reset();
+    }
+    if (undo.cursorBack > 0) {
+        enqueue(Step::right(undo.cursorBack));
+    }
+    if (undo.length > 0) {
+        enqueue(Step::erase(undo.length));
+    }
+    if (!undo.typed.empty()) {
+        enqueue(Step::type(undo.typed));
+    }
+    matcher_.clear();
+}
+
+RenderContext Expander::renderContext() const {
+    RenderContext context;
+    context.now = Date::now();
+    if (services_.clipboard != nullptr) {
+        context.clipboard = services_.clipboard->entries();
+    }
+    return context;
+}
+
+void Expander::saveUsage() {
+    if (services_.usageFile != nullptr) {
+        services_.usageFile->save(usage_); // a failed save keeps the counts for the next one
+    }
+}
+
+// Running steps ---------------------------------------------------------------------------------
+
+void Expander::enqueue(Step step) {
+    queue_.push_back(std::move(step));
+    if (!running_) {
+        next();
+    }
+}
+
+void Expander::next() {
+    if (queue_.empty()) {
+        running_ = false;
+        return;
+    }
+    running_ = true;
+    Step step = std::move(queue_.front());
+    queue_.pop_front();
+    // The next step runs from the scheduler, never inside the executor's call, so an executor
+    // that finishes at once cannot nest one step in another.
+    std::weak_ptr<Expander*> alive = self_;
+    auto called = std::make_shared<bool>(false);
+    Executor::Done done = [alive, called] {
+        auto self = alive.lock();
+        if (!self || std::exchange(*called, true)) {
+            return;
+        }
+        Expander* engine = *self;
+        engine->scheduler_.post([alive, engine] {
+            if (alive.lock()) {
+                engine->next();
+            }
+        });
+    };
+    switch (step.kind) {
+    case Step::Kind::erase:
+        executor_.erase(step.count, std::move(done));
+        break;
+    case Step::Kind::insert:
+        executor_.insert(step.payload, std::move(done));
+        break;
+    case Step::Kind::press:
+        executor_.press(step.stroke, std::move(done));
+        break;
+    case Step::Kind::left:
+        executor_.moveLeft(step.count, std::move(done));
+        break;
+    case Step::Kind::right:
+        executor_.moveRight(step.count, std::move(done));
+        break;
+    case Step::Kind::type:
+        executor_.type(step.text, std::move(done));
+        break;
+    case Step::Kind::finish:
+        executor_.finish(std::move(done));
+        break;
+    }
+}
+
+} // namespace quillet

@@ -1,0 +1,615 @@
+#include "engine/Expander.h"
+
+#include "library/RunLoop.h"
+#include "platform/fake/FakeExecutor.h"
+#include "platform/fake/FakeFrontApplication.h"
+#include "platform/fake/FakeKeySource.h"
+#include "platform/fake/FakeOwnerAuth.h"
+#include "platform/fake/FakePasteboard.h"
+#include "platform/fake/FakeSecretStore.h"
+#include "support/TempFolder.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+namespace quillet {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using Key = KeyEvent::Key;
+using Lines = std::vector<std::string>;
+
+Snippet snippet(std::string abbreviation, std::string content) {
+    Snippet s = Snippet::make();
+    s.abbreviation = std::move(abbreviation);
+    s.content = std::move(content);
+    return s;
+}
+
+Snippet with(Snippet s, const std::function<void(Snippet&)>& change) {
+    change(s);
+    return s;
+}
+
+// One engine over fakes and real files: a keyboard that swallows keys (an input method) or one
+// that cannot (X11), an executor that records, settings in memory, usage in a temporary folder.
+struct Harness {
+    explicit Harness(bool swallows = false, nlohmann::json settings = nlohmann::json::object())
+        : preferences(std::move(settings)), keys(swallows) {
+        engine = std::make_unique<Expander>(
+            Expander::Platform{keys, executor, front, loop},
+            Expander::Services{preferences, location, &usageFile, &locked, &history});
+        std::string error;
+        EXPECT_TRUE(engine->start(error)) << error;
+    }
+
+    // Waits until the engine has nothing under way.
+    void settle() {
+        ASSERT_TRUE(loop.runUntil([&] { return engine->idle(); }, 10s));
+    }
+
+    // Types keys and answers the intentions they led to.
+    Lines typed(std::string_view text) {
+        executor.steps.clear();
+        keys.type(text);
+        settle();
+        return executor.described();
+    }
+
+    testing::TempFolder temp;
+    Folders folders = Folders::forHome(temp / "home", "", "");
+    MemoryPreferences preferences;
+    LibraryLocation location{preferences, folders};
+    UsageFile usageFile{folders.data / "usage.json"};
+    FakeKeySource keys;
+    FakeExecutor executor;
+    FakeFrontApplication front{"Gedit"};
+    RunLoop loop;
+    FakeSecretStore secrets;
+    FakeOwnerAuth auth;
+    LockedSnippets locked{secrets, auth};
+    FakePasteboard pasteboard;
+    ClipboardHistory history{pasteboard};
+    std::unique_ptr<Expander> engine;
+};
+
+// The event table, for a keyboard that cannot swallow keys and for one that can: what a run of
+// keys leads to. The X11 column erases the key that completed the match too, since it reached
+// the application, and never answers a Tab or Return that was not held back.
+struct Case {
+    const char* name;
+    std::vector<Snippet> library;
+    nlohmann::json settings;
+    const char* keys;
+    Lines x11;
+    Lines swallowing;
+};
+
+TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
+    const Snippet sig = snippet(";sig", "Best, Ann");
+    const Snippet brb = with(snippet("brb", "be right back"),
+                             [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
+    const Snippet tabbed =
+        with(snippet(";t", "Tabbed"), [](Snippet& s) { s.trigger = TriggerMode::tab; });
+    const nlohmann::json none = nlohmann::json::object();
+    const Lines sigOut{"insert \"Best, Ann\"", "finish"};
+    auto then = [](std::initializer_list<std::string> first, const Lines& rest) {
+        Lines all(first);
+        all.insert(all.end(), rest.begin(), rest.end());
+        return all;
+    };
+    const std::vector<Case> cases{
+        {"instant", {sig}, none, "x;sig", then({"erase 4"}, sigOut), then({"erase 3"}, sigOut)},
+        {"delimiter trailer typed again",
+         {brb},
+         none,
+         "brb,",
+         {"erase 4", "insert \"be right back\"", "type \",\"", "finish"},
+         {"erase 3", "insert \"be right back\"", "type \",\"", "finish"}},
+        {"global delimiter mode",
+         {sig},
+         {{"triggerMode", "delimiter"}},
+         ";sig ",
+         {"erase 5", "insert \"Best, Ann\"", "type \" \"", "finish"},
+         then({"erase 4"}, {"insert \"Best, Ann\"", "type \" \"", "finish"})},
+        {"word-end correction",
+         {},
+         {{"typo.common", true}},
+         "Teh ",
+         {"erase 4", "insert \"The\"", "type \" \"", "finish"},
+         {"erase 3", "insert \"The\"", "type \" \"", "finish"}},
+        {"symbol set firing like a snippet",
+         {},
+         {{"typo.emoji", true}},
+         "a:smile:",
+         {"erase 7", "insert \"\xF0\x9F\x98\x84\"", "finish"},
+         {"erase 6", "insert \"\xF0\x9F\x98\x84\"", "finish"}},
+        {"Tab fires while grabbed and is swallowed",
+         {tabbed},
+         none,
+         ";t\t",
+         {"erase 2", "insert \"Tabbed\"", "finish"},
+         {"erase 2", "insert \"Tabbed\"", "finish"}},
+        {"a Tab abbreviation ignores a space", {tabbed}, none, ";t ", {}, {}},
+        {"Return acts on the application on X11",
+         {brb},
+         none,
+         "brb\r",
+         {},
+         {"erase 3", "insert \"be right back\"", "type \"\\r\"", "finish"}},
+        {"Backspace shortens the buffer",
+         {sig},
+         none,
+         ";sx\big",
+         then({"erase 4"}, sigOut),
+         then({"erase 3"}, sigOut)},
+        {"archived snippets never fire",
+         {with(sig, [](Snippet& s) { s.archived = true; })},
+         none,
+         ";sig",
+         {},
+         {}},
+        {"pattern in the global mode",
+         {with(snippet("#(\\d+)", "Issue $1"), [](Snippet& s) { s.regex = true; })},
+         {{"triggerMode", "delimiter"}},
+         "see #42 ",
+         {"erase 4", "insert \"Issue 42\"", "type \" \"", "finish"},
+         {"erase 3", "insert \"Issue 42\"", "type \" \"", "finish"}},
+        {"caret inside the text, trailer before the caret move",
+         {with(snippet("hi", "Dear {cursor},"),
+               [](Snippet& s) { s.trigger = TriggerMode::delimiter; })},
+         none,
+         "hi ",
+         {"erase 3", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"},
+         {"erase 2", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"}},
+        {"keys between text pieces, unknown keys typed as written",
+         {snippet(";k", "a{key:cmd+shift+k}b{key:enter}")},
+         none,
+         ";k",
+         {"erase 2", "insert \"a\"", "press cmd+shift+k", "insert \"b\"", "type \"{key:enter}\"",
+          "finish"},
+         {"erase 1", "insert \"a\"", "press cmd+shift+k", "insert \"b\"", "type \"{key:enter}\"",
+          "finish"}},
+        {"fields take their defaults until the form exists",
+         {snippet(";f", "Hi {field:Name=Bob}{choice:Day=#Pick|Mon|Tue}")},
+         none,
+         ";f",
+         {"erase 2", "insert \"Hi BobMon\"", "finish"},
+         {"erase 1", "insert \"Hi BobMon\"", "finish"}},
+        {"a key press loses the caret mark before it",
+         {snippet(";c", "x{cursor}y{key:tab}z")},
+         none,
+         ";c",
+         {"erase 2", "insert \"xy\"", "press tab", "insert \"z\"", "finish"},
+         {"erase 1", "insert \"xy\"", "press tab", "insert \"z\"", "finish"}},
+        {"Markdown pastes styled",
+         {with(snippet(";m", "**hi**"), [](Snippet& s) { s.markdown = true; })},
+         none,
+         ";m",
+         {"erase 2", "insert \"**hi**\" +html", "finish"},
+         {"erase 1", "insert \"**hi**\" +html", "finish"}},
+    };
+    for (const Case& c : cases) {
+        for (bool swallows : {false, true}) {
+            SCOPED_TRACE(std::string(c.name) + (swallows ? " (swallowing)" : " (X11)"));
+            Harness h(swallows, c.settings);
+            h.engine->update(c.library);
+            EXPECT_EQ(h.typed(c.keys), swallows ? c.swallowing : c.x11);
+        }
+    }
+}
+
+TEST(ExpanderEvents, ContextBreaksEmptyTheBufferButShiftAndAltDoNot) {
+    Harness h;
+    h.engine->update({snippet(";sig", "S"), snippet(";SIG", "Loud")});
+    const Lines fired{"erase 4", "insert \"S\"", "finish"};
+    auto between = [&](const std::function<void()>& act) {
+        h.executor.steps.clear();
+        h.keys.type(";si");
+        act();
+        h.keys.type("g");
+        h.settle();
+        return h.executor.described();
+    };
+    EXPECT_EQ(between([&] { h.keys.click(); }), Lines{});
+    EXPECT_EQ(between([&] { h.keys.reset(); }), Lines{});
+    EXPECT_EQ(between([&] { h.keys.press({Key::other, "a", {.control = true}}); }), Lines{});
+    EXPECT_EQ(between([&] { h.keys.press({Key::other, "k", {.super = true}}); }), Lines{});
+    EXPECT_EQ(between([&] { h.keys.press(Key::left); }), Lines{});
+    EXPECT_EQ(between([&] { h.keys.press(Key::modifier, {.shift = true}); }), fired);
+    EXPECT_EQ(between([&] { h.keys.press(Key::escape); }), fired); // types nothing
+    EXPECT_EQ(between([&] { h.front.switchTo("Firefox"); }), Lines{});
+
+    h.keys.type(";");
+    h.keys.type("SIG", {.shift = true});
+    h.settle();
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 4", "insert \"Loud\"", "finish"}));
+    EXPECT_EQ(h.typed(";si"), Lines{});
+    h.keys.press({Key::other, "g", {.alt = true}});
+    h.settle();
+    EXPECT_EQ(h.executor.described(), fired);
+}
+
+TEST(ExpanderEvents, TheCompletingKeyIsSwallowedOnlyWhenAMatchTookIt) {
+    for (bool swallows : {false, true}) {
+        Harness h(swallows);
+        h.engine->update({snippet(";sig", "S")});
+        EXPECT_EQ(h.keys.type(";si"), Verdict::pass);
+        EXPECT_EQ(h.keys.type("g"), Verdict::swallow);
+        h.settle();
+        EXPECT_EQ(h.keys.press(Key::escape), Verdict::swallow); // the undo
+        EXPECT_EQ(h.keys.press(Key::escape), Verdict::pass);
+    }
+}
+
+TEST(ExpanderGrabs, TabIsGrabbedExactlyWhileTheTextEndsInATabAbbreviation) {
+    Harness h(false, {{"typo.css", true}});
+    h.engine->update({with(snippet(";t", "T"), [](Snippet& s) { s.trigger = TriggerMode::tab; }),
+                      snippet(";i", "I")});
+    h.keys.type(";");
+    EXPECT_FALSE(h.keys.tabGrabbed);
+    h.keys.type("t");
+    EXPECT_TRUE(h.keys.tabGrabbed);
+    h.keys.type("x");
+    EXPECT_FALSE(h.keys.tabGrabbed);
+    h.keys.type("\b");
+    EXPECT_TRUE(h.keys.tabGrabbed); // Backspace brought it back
+    h.keys.click();
+    EXPECT_FALSE(h.keys.tabGrabbed);
+    h.keys.type(" df"); // a symbol set entry that fires on Tab
+    EXPECT_TRUE(h.keys.tabGrabbed);
+    EXPECT_EQ(h.typed("\t"), (Lines{"erase 2", "insert \"display: flex;\"", "finish"}));
+    EXPECT_FALSE(h.keys.tabGrabbed);
+    EXPECT_EQ(h.keys.grabs, (Lines{"grab tab", "release tab", "grab tab", "release tab", "grab tab",
+                                   "release tab", "grab escape"}));
+
+    // A global Tab mode makes every abbreviation wait for Tab.
+    h.preferences.setValue("triggerMode", "tab");
+    h.keys.type(";i");
+    EXPECT_TRUE(h.keys.tabGrabbed);
+    // A Tab still grabbed from before is handed back, never taken as a delimiter.
+    h.preferences.setValue("triggerMode", "delimiter");
+    h.keys.click();
+    h.keys.type(";i");
+    h.keys.tabGrabbed = true;
+    EXPECT_EQ(h.typed("\t"), Lines{});
+    EXPECT_EQ(h.keys.verdicts.back(), Verdict::pass);
+
+    h.preferences.setValue("triggerMode", "tab");
+    h.keys.type(";i");
+    // A Tab that slipped past the grab reached the application: nothing is answered.
+    h.keys.tabGrabbed = false;
+    EXPECT_EQ(h.typed("\t"), Lines{});
+    EXPECT_EQ(h.keys.verdicts.back(), Verdict::pass);
+    EXPECT_EQ(h.typed("\t"), Lines{}); // nor later: the buffer was emptied
+}
+
+TEST(ExpanderGrabs, ASwallowingKeyboardIsNeverAskedToGrab) {
+    Harness h(true);
+    h.engine->update({with(snippet(";t", "T"), [](Snippet& s) { s.trigger = TriggerMode::tab; })});
+    h.typed(";t\t");
+    h.keys.press(Key::escape);
+    h.settle();
+    EXPECT_EQ(h.keys.grabs, Lines{});
+}
+
+TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {
+    Harness h;
+    const Snippet dear = with(snippet("dear", "Dear {cursor},"),
+                              [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
+    h.engine->update({dear});
+    EXPECT_EQ(h.typed("dear "),
+              (Lines{"erase 5", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"}));
+    EXPECT_EQ(h.engine->pendingUndo(), (Expander::Undo{"dear ", 7, 2}));
+    EXPECT_TRUE(h.keys.escapeGrabbed);
+    EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 1);
+    EXPECT_EQ(h.engine->usage().characters, 2); // "Dear ," for "dear"
+
+    EXPECT_EQ(h.typed("\x1b"), (Lines{"right 2", "erase 7", "type \"dear \""}));
+    EXPECT_EQ(h.keys.verdicts.back(), Verdict::swallow);
+    EXPECT_FALSE(h.keys.escapeGrabbed);
+    EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 0);
+    EXPECT_EQ(h.engine->usage().characters, 0);
+    EXPECT_EQ(h.engine->usage().expansions, 0);
+    EXPECT_EQ(UsageFile(h.usageFile.path()).load(), h.engine->usage()); // saved as well
+
+    // Any other key or a click first, and Escape is the application's.
+    for (const std::function<void()>& between :
+         std::vector<std::function<void()>>{[&] { h.keys.type("x"); }, [&] { h.keys.click(); }}) {
+        h.typed("dear ");
+        between();
+        EXPECT_FALSE(h.keys.escapeGrabbed);
+        EXPECT_EQ(h.typed("\x1b"), Lines{});
+    }
+    EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 2);
+}
+
+TEST(ExpanderUndo, NoUndoWhenKeysWerePressedOrTheUserTypedOn) {
+    Harness h;
+    h.engine->update({snippet(";k", "a{key:return}b"), snippet(";s", "Slow")});
+    h.typed(";k");
+    EXPECT_FALSE(h.engine->pendingUndo()); // a key press leaves the screen unknown
+    EXPECT_TRUE(h.engine->counted() == std::nullopt);
+
+    // Typing on while the plan runs: the key lands somewhere in it.
+    h.executor.completeAtOnce = false;
+    h.keys.type(";s");
+    ASSERT_TRUE(h.engine->pendingUndo());
+    h.keys.type("x");
+    EXPECT_FALSE(h.engine->pendingUndo());
+    while (h.executor.completeNext()) {
+        h.loop.runFor(1ms);
+    }
+    h.settle();
+}
+
+TEST(ExpanderSteps, EachIntentionWaitsForThePreviousOneAndExpansionsQueue) {
+    Harness h;
+    h.engine->update({snippet(";a", "A{key:tab}B"), snippet(";b", "Bee")});
+    h.executor.completeAtOnce = false;
+    h.keys.type(";a;b");
+    h.loop.runFor(5ms);
+    EXPECT_EQ(h.executor.described(), Lines{"erase 2"});
+    EXPECT_FALSE(h.engine->idle());
+    while (h.executor.waiting() > 0) {
+        EXPECT_EQ(h.executor.waiting(), 1u);
+        h.executor.completeNext();
+        h.loop.runFor(1ms);
+    }
+    h.settle();
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "insert \"A\"", "press tab", "insert \"B\"",
+                                             "finish", "erase 2", "insert \"Bee\"", "finish"}));
+}
+
+TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
+    Harness h;
+    auto scoped = [](std::string abbreviation, Snippet::Scope scope, std::vector<std::string> apps,
+                     std::vector<std::string> sites = {}) {
+        return with(snippet(std::move(abbreviation), "x"), [&](Snippet& s) {
+            s.scope = scope;
+            s.apps = std::move(apps);
+            s.sites = std::move(sites);
+        });
+    };
+    h.engine->update({scoped(";only", Snippet::Scope::only, {"gedit"}),
+                      scoped(";except", Snippet::Scope::except, {"Gedit"}),
+                      scoped(";mail", Snippet::Scope::only, {}, {"https://Example.com/inbox"}),
+                      scoped(";nomail", Snippet::Scope::except, {"Xterm"}, {"example.com"})});
+    auto active = [&] {
+        std::vector<std::string> keys;
+        for (auto& [abbreviation, text] : h.engine->matcher().snippets()) {
+            keys.push_back(abbreviation);
+        }
+        std::sort(keys.begin(), keys.end());
+        return keys;
+    };
+    EXPECT_EQ(active(), (Lines{";nomail", ";only"})); // app ids compare ignoring case
+    h.front.switchTo("firefox");
+    EXPECT_EQ(active(), (Lines{";except", ";nomail"}));
+    h.engine->setSite(Expander::Site{"firefox", "mail.example.com"});
+    EXPECT_EQ(active(), (Lines{";except", ";mail"}));
+    h.front.switchTo("Xterm"); // the site belongs to the browser, not to whatever is in front
+    EXPECT_EQ(active(), (Lines{";except"}));
+    // A switch not yet announced is noticed at the next key.
+    h.front.switchQuietly("gedit");
+    h.keys.type("x");
+    EXPECT_EQ(active(), (Lines{";nomail", ";only"}));
+}
+
+TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
+    const Snippet s = with(snippet(";s", "x"), [](Snippet& x) {
+        x.scope = Snippet::Scope::only;
+        x.sites = {"example.com", "not a site"};
+    });
+    auto at = [&](std::string host) {
+        return Expander::admits(s, "chromium", Expander::Site{"Chromium", std::move(host)});
+    };
+    EXPECT_TRUE(at("example.com"));
+    EXPECT_TRUE(at("a.b.example.com"));
+    EXPECT_FALSE(at("badexample.com"));
+    EXPECT_FALSE(at("example.com.evil.net"));
+    EXPECT_FALSE(Expander::admits(s, "", Expander::Site{"", "example.com"}));
+}
+
+TEST(ExpanderAsync, LockedSnippetsExpandOnlyOnceTheOwnerConfirms) {
+    Harness h;
+    Snippet bank = with(snippet(";bank", ""), [](Snippet& s) { s.locked = true; });
+    h.secrets.items[{std::string(LockedSnippets::service), bank.id.text()}] = "IBAN {cursor}X";
+    h.engine->update({bank});
+    EXPECT_EQ(h.typed(";bank"), (Lines{"erase 5", "insert \"IBAN X\"", "left 1", "finish"}));
+    EXPECT_EQ(h.auth.reasons, Lines{pasteReason(";bank")});
+
+    h.auth.answer = AuthResult::Outcome::refused;
+    EXPECT_EQ(h.typed(";bank"), Lines{}); // nothing erased either
+    EXPECT_FALSE(h.engine->pendingUndo());
+}
+
+TEST(ExpanderAsync, ScriptsInsertTheirOutputAsATemplate) {
+    Harness h;
+    h.engine->update(
+        {with(snippet(";js", "'sum ' + (1 + 1) + '{cursor}!'"),
+              [](Snippet& s) { s.kind = Snippet::Kind::javascript; }),
+         with(snippet(";sh", "echo hi"), [](Snippet& s) { s.kind = Snippet::Kind::shell; })});
+    EXPECT_EQ(h.typed(";js"), (Lines{"erase 3", "insert \"sum 2!\"", "left 1", "finish"}));
+    EXPECT_EQ(h.typed(";sh"), Lines{}); // shell scripts are off: the abbreviation stays
+    h.preferences.setValue("allowScripts", true);
+    EXPECT_EQ(h.typed(";sh"), (Lines{"erase 3", "insert \"hi\"", "finish"}));
+}
+
+TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
+    Harness h;
+    h.engine->update({snippet(";f", "Hi {field:Name}")});
+    std::vector<Tokens::Field> asked;
+    Expander::FormDone answer;
+    h.engine->setAskForm([&](const std::vector<Tokens::Field>& fields, Expander::FormDone done) {
+        asked = fields;
+        answer = std::move(done);
+    });
+    h.keys.type(";f");
+    h.loop.runFor(5ms);
+    EXPECT_EQ(asked, (std::vector<Tokens::Field>{{"Name", {}, false}}));
+    EXPECT_EQ(h.executor.described(), Lines{"erase 2"}); // erased before the form shows
+    answer(Expansion::Values{{"Name", "Zoë"}});
+    h.settle();
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "insert \"Hi Zoë\"", "finish"}));
+
+    EXPECT_TRUE(h.engine->pendingUndo());
+
+    // A key typed while the form was open rules out taking the expansion back.
+    h.keys.type(";f");
+    h.keys.type("x");
+    answer(Expansion::Values{{"Name", "Al"}});
+    h.settle();
+    EXPECT_FALSE(h.engine->pendingUndo());
+    EXPECT_EQ(h.engine->usage().expansions, 2);
+
+    h.executor.steps.clear();
+    h.keys.type(";f");
+    answer(std::nullopt); // cancelled: the abbreviation stays erased, nothing is counted
+    h.settle();
+    EXPECT_EQ(h.executor.described(), Lines{"erase 2"});
+    EXPECT_EQ(h.engine->usage().expansions, 2);
+}
+
+TEST(ExpanderAsync, PicturesPasteOnceEvenWithoutText) {
+    Harness h;
+    fs::create_directories(h.location.imagesFolder());
+    testing::writeText(h.location.imagesFolder() / "logo.png", "\x89PNG\r\n\x1A\nrest");
+    h.engine->update(
+        {with(snippet(";logo", ""), [](Snippet& s) { s.image = "logo.png"; }),
+         with(snippet(";two", "a{key:tab}b"), [](Snippet& s) { s.image = "logo.png"; })});
+    EXPECT_EQ(h.typed(";logo"), (Lines{"erase 5", "insert image/png", "finish"}));
+    EXPECT_EQ(h.typed(";two"),
+              (Lines{"erase 4", "insert image/png", "press tab", "insert \"b\"", "finish"}));
+}
+
+TEST(ExpanderUsage, UsesAreCountedWithTheCharactersSavedAndSeededOnUpdate) {
+    Harness h(false, {{"typo.common", true}});
+    const Snippet sig = snippet(";sig", "Best regards, Ann");
+    const Snippet idle = snippet(";idle", "never used");
+    h.engine->update({sig, idle});
+    EXPECT_EQ(h.engine->usage().uses.at(idle.id).count, 0); // seeded: starts ageing now
+    h.typed(";sig");
+    h.typed(";sig");
+    EXPECT_EQ(h.engine->counted(), (Expander::Counted{sig.id, 13}));
+    EXPECT_EQ(h.typed("teh "), (Lines{"erase 4", "insert \"the\"", "type \" \"", "finish"}));
+    EXPECT_FALSE(h.engine->counted()); // a correction is no snippet: nothing counted
+    EXPECT_EQ(h.engine->usage().uses.at(sig.id).count, 2);
+    EXPECT_EQ(h.engine->usage().expansions, 2);
+    EXPECT_EQ(h.engine->usage().characters, 2 * (17 - 4));
+    EXPECT_EQ(UsageFile(h.usageFile.path()).load(), h.engine->usage());
+}
+
+TEST(ExpanderRepeats, ARetypedPhraseIsOfferedAtAContextBreak) {
+    Harness h(false, {{"suggestions", true}});
+    std::vector<Repeats::Suggestion> offered;
+    h.engine->setOnRepeat([&](const Repeats::Suggestion& s) { offered.push_back(s); });
+    auto control = [&] { h.keys.press({Key::other, "a", {.control = true}}); };
+    const std::vector<std::function<void()>> breaks{[&] { h.keys.click(); },
+                                                    [&] { h.keys.reset(); }, control};
+    for (const auto& breaking : breaks) {
+        h.keys.type("see you very soonx\b");
+        breaking();
+    }
+    ASSERT_EQ(offered.size(), 1u);
+    EXPECT_EQ(offered[0].expansion, "see you very soon");
+    EXPECT_EQ(offered[0].abbreviation, ";syvs");
+    h.keys.type("see you very soon");
+    control();
+    EXPECT_EQ(offered.size(), 1u); // offered once, then counted afresh
+
+    h.preferences.setValue("suggestions", false);
+    h.engine->preferencesChanged();
+    for (int i = 0; i < 3; ++i) {
+        h.keys.type("another phrase typed here ");
+        h.keys.click();
+    }
+    EXPECT_EQ(offered.size(), 1u);
+}
+
+TEST(ExpanderLife, StartReportsWhyItCannotListenAndStopLetsGo) {
+    Harness h;
+    h.engine->stop();
+    EXPECT_FALSE(h.keys.started());
+    h.keys.refusal = "no display";
+    std::string error;
+    EXPECT_FALSE(h.engine->start(error));
+    EXPECT_EQ(error, "no display");
+    EXPECT_FALSE(h.engine->isListening());
+}
+
+TEST(ExpanderSteps, DescriptionsNameKeysAndMarkStyledText) {
+    Payload styled{"a\"b\n", "<b>x</b>", std::nullopt};
+    EXPECT_EQ(Expander::describe(Expander::Step::insert(styled)), "insert \"a\\\"b\\n\" +html");
+    EXPECT_EQ(Expander::describe(Expander::Step::press(*Tokens::keyStroke("ctrl+alt+return"))),
+              "press ctrl+opt+return");
+    EXPECT_EQ(Expander::describe(Expander::Step::press({200, 0})), "press key200");
+}
+
+TEST(MatcherForTheEngine, AnswersWithoutTouchingTheBuffer) {
+    Matcher m;
+    m.setMode(TriggerMode::delimiter);
+    m.setSnippets({{";t", "T"}, {";i", "I"}}, {{";t", TriggerMode::tab}});
+    m.setPatterns({{"#\\d+", "n"}});
+    m.compile();
+    m.feed(";");
+    m.feed("t");
+    EXPECT_TRUE(m.wouldFire(TriggerMode::tab));
+    EXPECT_FALSE(m.wouldFire(TriggerMode::delimiter));
+    EXPECT_EQ(m.buffer(), ";t");
+    m.feed("#");
+    m.feed("4");
+    EXPECT_FALSE(m.wouldFire(TriggerMode::tab)); // patterns follow the global mode only
+    m.setMode(TriggerMode::tab);
+    EXPECT_TRUE(m.wouldFire(TriggerMode::tab));
+    EXPECT_EQ(m.buffer(), ";t#4");
+    m.dropLast();
+    m.dropLast();
+    EXPECT_EQ(m.buffer(), ";t");
+    EXPECT_TRUE(m.fire(TriggerMode::tab, ""));
+}
+
+TEST(MatcherForTheEngine, APatternSeesTheBufferAsItIsAfterBackspace) {
+    Matcher m;
+    m.setPatterns({{"b+a\\.", "x"}});
+    m.compile();
+    for (const char* key : {"b", "a", "b"}) {
+        m.feed(key);
+    }
+    m.dropLast();
+    EXPECT_TRUE(m.feed("."));
+}
+
+TEST(MatcherForTheEngine, AgreesWithFireOnRandomTyping) {
+    Matcher m;
+    m.setSnippets({{"ab", "1"}, {"b.", "2"}, {"aab", "3"}, {"ba", "4"}},
+                  {{"ab", TriggerMode::tab}, {"b.", TriggerMode::delimiter}});
+    m.setExtras({{"aa", {"5", TriggerMode::tab}}, {".b", {"6", TriggerMode::delimiter}}});
+    m.setPatterns({{"b+a\\.", "7"}, {"(ab){2}", "8"}});
+    m.compile();
+    std::mt19937 random(7);
+    const std::string alphabet = "ab.";
+    for (int i = 0; i < 3000; ++i) {
+        m.setMode(static_cast<TriggerMode>(random() % 3));
+        if (random() % 9 == 0) {
+            m.dropLast();
+        } else if (random() % 40 == 0) {
+            m.clear();
+        }
+        for (TriggerMode mode : {TriggerMode::instant, TriggerMode::delimiter, TriggerMode::tab}) {
+            Matcher copy = m;
+            ASSERT_EQ(m.wouldFire(mode), copy.fire(mode, "").has_value())
+                << m.buffer() << " in mode " << rawValue(mode);
+        }
+        const std::string typed(1, alphabet[random() % alphabet.size()]);
+        if (!m.wouldFire(TriggerMode::tab) || random() % 2 == 0) {
+            m.feed(typed);
+        } else {
+            m.fire(TriggerMode::tab, "");
+        }
+    }
+}
+
+} // namespace
+} // namespace quillet

@@ -1,0 +1,309 @@
+#include "render/Payload.h"
+
+#include "platform/fake/FakePasteboard.h"
+#include "render/ClipboardHistory.h"
+#include "support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+namespace quillet {
+namespace {
+
+using namespace std::string_literals;
+using Items = std::vector<ClipboardItem>;
+using testing::TempFolder;
+
+const std::string png = "\x89PNG\r\n\x1A\n\0\0\0\rIHDRpicture bytes"s;
+
+const ClipboardItem hint{"x-kde-passwordManagerHint", "secret"};
+const ClipboardItem transient{"org.nspasteboard.TransientType", ""};
+
+Items plainItems(const std::string& text) {
+    return {{"text/plain;charset=utf-8", text},
+            {"UTF8_STRING", text},
+            {"text/plain", text},
+            hint,
+            transient};
+}
+
+// A library folder of its own, with the pictures the tests put there.
+class PayloadMake : public ::testing::Test {
+protected:
+    PayloadMake() : location_(preferences_, Folders::forHome(home_.path(), "", "")) {
+        std::filesystem::create_directories(location_.imagesFolder());
+    }
+
+    std::filesystem::path addImage(const std::string& name, const std::string& bytes) {
+        const std::filesystem::path file = location_.imagesFolder() / name;
+        testing::writeText(file, bytes);
+        return file;
+    }
+
+    static Snippet snippet(bool markdown, std::optional<std::string> image = std::nullopt) {
+        Snippet s = Snippet::make();
+        s.markdown = markdown;
+        s.image = std::move(image);
+        return s;
+    }
+
+    TempFolder home_;
+    MemoryPreferences preferences_;
+    LibraryLocation location_;
+};
+
+TEST_F(PayloadMake, AMarkdownSnippetWithAPicturePastesOnlyThePicture) {
+    addImage("logo.png", png);
+    const Snippet withImage = snippet(true, "logo.png");
+    const Payload payload = Payload::make("**bold** text", &withImage, location_);
+    EXPECT_EQ(payload.text, "**bold** text");
+    EXPECT_FALSE(payload.styled);
+    ASSERT_TRUE(payload.image);
+    EXPECT_EQ(payload.items(), (Items{{"image/png", png}, hint, transient}));
+
+    FakePasteboard board;
+    payload.write(board);
+    EXPECT_EQ(board.data("image/png"), png);
+    EXPECT_FALSE(board.text());
+    EXPECT_FALSE(board.data("text/html"));
+}
+
+TEST_F(PayloadMake, APictureThatCannotBeUsedLeavesTheText) {
+    addImage("notes.png", "just some text, whatever the name says");
+    std::filesystem::create_directories(location_.imagesFolder() / "folder.png");
+    for (const char* name : {"missing.png", "notes.png", "folder.png", "../logo.png"}) {
+        const Snippet s = snippet(true, name);
+        const Payload payload = Payload::make("*hi*", &s, location_);
+        EXPECT_FALSE(payload.image) << name;
+        EXPECT_EQ(payload.styled, "<em>hi</em>") << name;
+        EXPECT_EQ(payload.text, "*hi*") << name;
+    }
+}
+
+TEST_F(PayloadMake, APictureWithoutReadPermissionLeavesTheText) {
+    const std::filesystem::path file = addImage("private.png", png);
+    std::filesystem::permissions(home_.path(), std::filesystem::perms::others_exec,
+                                 std::filesystem::perm_options::add);
+    for (auto folder = location_.imagesFolder(); folder != home_.path();
+         folder = folder.parent_path()) {
+        std::filesystem::permissions(folder, std::filesystem::perms::others_exec,
+                                     std::filesystem::perm_options::add);
+    }
+    std::filesystem::permissions(file, std::filesystem::perms::owner_read);
+    const Snippet s = snippet(false, "private.png");
+    EXPECT_EQ(testing::asNobody([&] {
+                  const Payload payload = Payload::make("text", &s, location_);
+                  // The file is found, only its content is out of reach.
+                  if (!std::filesystem::exists(file)) {
+                      return 2;
+                  }
+                  return !payload.image && payload.items() == plainItems("text") ? 0 : 1;
+              }),
+              0);
+}
+
+TEST_F(PayloadMake, StyledTextOnlyForMarkdownSnippets) {
+    const Snippet plain = snippet(false);
+    const Snippet markdown = snippet(true);
+    EXPECT_EQ(Payload::make("**a**", nullptr, location_), (Payload{"**a**", {}, {}}));
+    EXPECT_EQ(Payload::make("**a**", &plain, location_), (Payload{"**a**", {}, {}}));
+    EXPECT_EQ(Payload::make("**a**", &markdown, location_),
+              (Payload{"**a**", "<strong>a</strong>", {}}));
+    // Text that is no valid UTF-8 cannot be parsed and pastes as it is.
+    EXPECT_EQ(Payload::make("a\xC3(", &markdown, location_), (Payload{"a\xC3(", {}, {}}));
+}
+
+TEST(PayloadItems, PlainTextIsOneSetOfTextTypesAndTheMarkers) {
+    const Payload payload{"Grüße 👋\nline two", {}, {}};
+    EXPECT_EQ(payload.items(), plainItems("Grüße 👋\nline two"));
+}
+
+TEST(PayloadItems, StyledTextComesFirstAsAnHtmlDocument) {
+    const Payload payload{"**a**  b", "<strong>a</strong> &nbsp;b", {}};
+    const Items items = payload.items();
+    ASSERT_EQ(items.size(), 6u);
+    EXPECT_EQ(items[0].type, "text/html");
+    EXPECT_EQ(items[0].data,
+              "<meta http-equiv=\"content-type\" content=\"text/html; charset=utf-8\">"
+              "<span style=\"white-space: pre-wrap;\"><strong>a</strong> &nbsp;b</span>");
+    EXPECT_EQ(Items(items.begin() + 1, items.end()), plainItems("**a**  b"));
+}
+
+TEST(PayloadWrite, TheClipboardHistoryLeavesPastedPayloadsOut) {
+    FakePasteboard board;
+    ClipboardHistory history(board);
+    board.copyText("copied by the user");
+    history.poll();
+    for (const Payload& payload : {Payload{"plain", {}, {}}, Payload{"*s*", "<em>s</em>", {}},
+                                   Payload{"", {}, Payload::Image{"image/png", png}}}) {
+        payload.write(board);
+        history.poll();
+    }
+    EXPECT_EQ(history.entries(), std::vector<std::string>{"copied by the user"});
+}
+
+TEST(PayloadImageType, KnowsPictureFormatsByTheirContent) {
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {png, "image/png"},
+        {"\xFF\xD8\xFF\xE0\0\x10JFIF"s, "image/jpeg"},
+        {"GIF89a\x01\0\x01\0"s, "image/gif"},
+        {"RIFF\x24\0\0\0WEBPVP8 "s, "image/webp"},
+        {"II*\0\x08\0\0\0"s, "image/tiff"},
+        {"MM\0*\0\0\0\x08"s, "image/tiff"},
+        {"BM" + std::string(40, '\0'), "image/bmp"},
+        {"<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\"/>", "image/svg+xml"},
+        {"RIFF\x24\0\0\0WAVEfmt "s, std::nullopt},
+        {"\x89PN", std::nullopt},
+        {"a text file mentioning <svg", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& [bytes, type] : cases) {
+        EXPECT_EQ(Payload::imageType(bytes), type) << bytes;
+    }
+}
+
+// Markdown rendering: inputs and the HTML fragments they must give.
+using Cases = std::vector<std::pair<std::string, std::string>>;
+
+const std::string code = "<code style=\"font-family: monospace;\">";
+
+void expectRendered(const Cases& cases) {
+    for (const auto& [markdown, html] : cases) {
+        EXPECT_EQ(Payload::markdown(markdown), html) << markdown;
+    }
+}
+
+TEST(PayloadMarkdown, EmphasisFollowsTheDelimiterRunRules) {
+    expectRendered({
+        {"*foo bar*", "<em>foo bar</em>"},
+        {"_foo bar_", "<em>foo bar</em>"},
+        {"a * foo bar*", "a * foo bar*"},
+        {"foo*bar*", "foo<em>bar</em>"},
+        {"5*6*78", "5<em>6</em>78"},
+        {"snake_case_name and foo_bar_", "snake_case_name and foo_bar_"},
+        {"_foo_bar_baz_", "<em>foo_bar_baz</em>"},
+        {"**foo bar**", "<strong>foo bar</strong>"},
+        {"__foo bar__", "<strong>foo bar</strong>"},
+        {"** foo bar**", "** foo bar**"},
+        {"*foo **bar** baz*", "<em>foo <strong>bar</strong> baz</em>"},
+        {"*foo**bar**baz*", "<em>foo<strong>bar</strong>baz</em>"},
+        {"***strong emph***", "<em><strong>strong emph</strong></em>"},
+        {"**foo*", "*<em>foo</em>"},
+        {"*foo**", "<em>foo</em>*"},
+        {"*(**foo**)*", "<em>(<strong>foo</strong>)</em>"},
+        {"*foo _bar* baz_", "<em>foo _bar</em> baz_"},
+        {"*café 🎉*", "<em>café 🎉</em>"},
+    });
+}
+
+TEST(PayloadMarkdown, EscapesAndCharacterReferences) {
+    expectRendered({
+        {"\\*not emphasized*", "*not emphasized*"},
+        {"\\\\*emphasis*", "\\<em>emphasis</em>"},
+        {"foo\\bar", "foo\\bar"},
+        // The HTML reader resolves references, so they pass through; others are text.
+        {"&copy; &#35; &#x22;", "&copy; &#35; &#x22;"},
+        {"&copy \\&copy;", "&amp;copy &amp;copy;"},
+        {std::string("a\0b", 3), "a\xEF\xBF\xBD"
+                                 "b"},
+    });
+}
+
+TEST(PayloadMarkdown, CodeSpans) {
+    expectRendered({
+        {"`foo`", code + "foo</code>"},
+        {"`` foo ` bar ``", code + "foo ` bar</code>"},
+        {"` `` `", code + "``</code>"},
+        {"`foo\\`bar`", code + "foo\\</code>bar`"},
+        {"*foo`*`", "*foo" + code + "*</code>"},
+        {"`<a href=\"x\">` `&copy;`",
+         code + "&lt;a href=&quot;x&quot;&gt;</code> " + code + "&amp;copy;</code>"},
+        {"`unclosed", "`unclosed"},
+    });
+}
+
+TEST(PayloadMarkdown, InlineLinksAndAutolinks) {
+    expectRendered({
+        {"[link](/uri \"title\")", "<a href=\"/uri\" title=\"title\">link</a>"},
+        {"[link]()", "<a href=\"\">link</a>"},
+        {"[link](</my uri>)", "<a href=\"/my%20uri\">link</a>"},
+        {"[link](/my uri)", "[link](/my uri)"},
+        {"[link](foo(and(bar)))", "<a href=\"foo(and(bar))\">link</a>"},
+        {"[link](\\(foo\\))", "<a href=\"(foo)\">link</a>"},
+        {"[a](<b)c>)", "<a href=\"b)c\">a</a>"},
+        {"[a](/ü?x=1&y=2)", "<a href=\"/%C3%BC?x=1&amp;y=2\">a</a>"},
+        {"[link *foo **bar** `#`*](/uri)",
+         "<a href=\"/uri\">link <em>foo <strong>bar</strong> " + code + "#</code></em></a>"},
+        {"[foo [bar](/uri)](/uri)", "[foo <a href=\"/uri\">bar</a>](/uri)"},
+        {"*[foo*](/uri)", "*<a href=\"/uri\">foo*</a>"},
+        {"[foo`](/uri)`", "[foo" + code + "](/uri)</code>"},
+        // Without definitions, references stay as written.
+        {"[foo][bar] [foo] [foo][]", "[foo][bar] [foo] [foo][]"},
+        // A pasted document must not fetch pictures: an image is its description.
+        {"![the *moon*](moon.jpg)", "the moon"},
+        {"<https://example.com/a?b=1&c=2>",
+         "<a href=\"https://example.com/a?b=1&amp;c=2\">https://example.com/a?b=1&amp;c=2</a>"},
+        {"<ada@example.com>", "<a href=\"mailto:ada@example.com\">ada@example.com</a>"},
+    });
+}
+
+TEST(PayloadMarkdown, BoldInsideALinkKeepsBoth) {
+    expectRendered({
+        {"[**bold** link](https://example.com)",
+         "<a href=\"https://example.com\"><strong>bold</strong> link</a>"},
+        {"**[link](/u)**", "<strong><a href=\"/u\">link</a></strong>"},
+    });
+}
+
+TEST(PayloadMarkdown, BlockSyntaxStaysLiteral) {
+    expectRendered({
+        {"# Title", "# Title"},
+        {"Intro\n## Section #", "Intro<br>## Section #"},
+        {"- one\n+ two\n* three", "- one<br>+ two<br>* three"},
+        {"1. one\n2) two", "1. one<br>2) two"},
+        {"> quoted", "&gt; quoted"},
+        {"    indented", "&nbsp;&nbsp;&nbsp;&nbsp;indented"},
+        {"Title\n=====\nTitle\n---\n***", "Title<br>=====<br>Title<br>---<br>***"},
+        {"[foo]: /url\n[foo]", "[foo]: /url<br>[foo]"},
+        {"<div>\nhi\n</div>", "&lt;div&gt;<br>hi<br>&lt;/div&gt;"},
+        {"| a | b |\n|---|---|", "| a | b |<br>|---|---|"},
+        // A fence is no block either: the backticks make a code span, line breaks kept.
+        {"```\nx = 1\n```", code + "<br>x = 1<br></code>"},
+    });
+}
+
+TEST(PayloadMarkdown, LineBreaksAndSpacesStayAsWritten) {
+    expectRendered({
+        {"", ""},
+        {"a  b", "a &nbsp;b"},
+        {"  leading", "&nbsp;&nbsp;leading"},
+        {"trailing  ", "trailing &nbsp;"},
+        {"   ", "&nbsp;&nbsp;&nbsp;"},
+        {"one\ntwo", "one<br>two"},
+        {"one\r\ntwo\rthree", "one<br>two<br>three"},
+        {"\none\n\n\ntwo\n", "<br>one<br><br><br>two<br>"},
+        {"a\tb", "a\tb"},
+        {"x  \n  y", "x &nbsp;<br>&nbsp;&nbsp;y"},
+        {"a\\\nb", "a\\<br>b"},
+        {"*a\nb*", "<em>a<br>b</em>"},
+        {"**x**  *y*", "<strong>x</strong> &nbsp;<em>y</em>"},
+        {"foo *\nbar*", "foo *<br>bar*"},
+    });
+}
+
+TEST(PayloadMarkdown, TextIsEscaped) {
+    expectRendered({
+        {"<script>alert(\"x\")</script> & 'q'",
+         "&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; 'q'"},
+        {"[a](<x\"y>)", "<a href=\"x%22y\">a</a>"},
+        {"[a](/u 'say \"<hi>\" & go')",
+         "<a href=\"/u\" title=\"say &quot;&lt;hi&gt;&quot; &amp; go\">a</a>"},
+    });
+}
+
+TEST(PayloadMarkdown, TextThatIsNotUtf8HasNoStyledForm) {
+    EXPECT_FALSE(Payload::markdown("caf\xE9"));
+    EXPECT_FALSE(Payload::markdown("*a* \xF0\x9F"));
+}
+
+} // namespace
+} // namespace quillet
