@@ -694,6 +694,7 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
             Expander& engine = **self;
             if (!values) {
                 --engine.preparing_; // cancelled: the abbreviation stays erased
+                engine.enqueue(Step::finish());
                 return;
             }
             auto given = [&values](const std::vector<Tokens::Field>&) { return values; };
@@ -707,6 +708,7 @@ void Expander::carryOut(std::shared_ptr<Pending> pending,
                         std::optional<std::vector<Expansion::Step>> steps) {
     --preparing_;
     if (!steps) {
+        enqueue(Step::finish()); // what was erased stays erased; what it borrowed goes back
         return;
     }
     const Snippet* snippet = pending->snippet ? &*pending->snippet : nullptr;
@@ -749,6 +751,7 @@ void Expander::takeBack() {
     if (!undo.typed.empty()) {
         enqueue(Step::type(undo.typed));
     }
+    enqueue(Step::finish());
     matcher_.clear();
 }
 

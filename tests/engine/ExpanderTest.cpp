@@ -306,7 +306,7 @@ TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {
     EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 1);
     EXPECT_EQ(h.engine->usage().characters, 2); // "Dear ," for "dear"
 
-    EXPECT_EQ(h.typed("\x1b"), (Lines{"right 2", "erase 7", "type \"dear \""}));
+    EXPECT_EQ(h.typed("\x1b"), (Lines{"right 2", "erase 7", "type \"dear \"", "finish"}));
     EXPECT_EQ(h.keys.verdicts.back(), Verdict::swallow);
     EXPECT_FALSE(h.keys.escapeGrabbed);
     EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 0);
@@ -468,7 +468,7 @@ TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
     h.keys.type(";f");
     answer(std::nullopt); // cancelled: the abbreviation stays erased, nothing is counted
     h.settle();
-    EXPECT_EQ(h.executor.described(), Lines{"erase 2"});
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish"}));
     EXPECT_EQ(h.engine->usage().expansions, 2);
 }
 

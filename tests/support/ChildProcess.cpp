@@ -123,4 +123,132 @@ ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOpti
     return result;
 }
 
+LiveProcess::LiveProcess(const std::vector<std::string>& args,
+                         const std::map<std::string, std::string>& env) {
+    int in[2], out[2], err[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
+        ::pipe2(err, O_CLOEXEC) != 0) {
+        return;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    std::vector<std::string> argStrings = args;
+    std::vector<std::string> envStrings = environmentWith(env);
+    auto argv = pointers(argStrings);
+    auto envp = pointers(envStrings);
+    pid_t pid = -1;
+    const int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(err[1]);
+    in_ = in[1];
+    out_ = out[0];
+    err_fd_ = err[0];
+    ::signal(SIGPIPE, SIG_IGN); // a child that died must fail the test, not kill it
+    if (spawned == 0) {
+        pid_ = pid;
+    }
+}
+
+LiveProcess::~LiveProcess() {
+    if (pid_ > 0 && status_ < 0) {
+        if (stop(SIGTERM, std::chrono::seconds(5)) < 0) {
+            stop(SIGKILL, std::chrono::seconds(5));
+        }
+    }
+    for (int fd : {in_, out_, err_fd_}) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+}
+
+bool LiveProcess::running() {
+    if (pid_ <= 0 || status_ >= 0) {
+        return false;
+    }
+    int status = 0;
+    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+        status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return false;
+    }
+    return true;
+}
+
+void LiveProcess::send(const std::string& line) {
+    const std::string data = line + "\n";
+    [[maybe_unused]] ssize_t n = ::write(in_, data.data(), data.size());
+}
+
+bool LiveProcess::fill(std::chrono::milliseconds timeout) {
+    pollfd fds[2] = {{out_, POLLIN, 0}, {err_fd_, POLLIN, 0}};
+    if (::poll(fds, 2, static_cast<int>(timeout.count())) <= 0) {
+        return false;
+    }
+    char buffer[65536];
+    bool got = false;
+    for (int i = 0; i < 2; ++i) {
+        if ((fds[i].revents & (POLLIN | POLLHUP)) == 0) {
+            continue;
+        }
+        const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+        if (n > 0) {
+            (i == 0 ? outBuffer_ : err_).append(buffer, static_cast<std::size_t>(n));
+            got = true;
+        }
+    }
+    return got;
+}
+
+std::optional<std::string> LiveProcess::readLine(std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (auto end = outBuffer_.find('\n'); end != std::string::npos) {
+            std::string line = outBuffer_.substr(0, end);
+            outBuffer_.erase(0, end + 1);
+            return line;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || (!fill(left) && std::chrono::steady_clock::now() >= deadline)) {
+            return std::nullopt;
+        }
+    }
+}
+
+bool LiveProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (err_.find(text) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        fill(left);
+    }
+    return true;
+}
+
+int LiveProcess::stop(int signal, std::chrono::milliseconds timeout) {
+    if (pid_ <= 0) {
+        return -1;
+    }
+    if (status_ >= 0) {
+        return status_;
+    }
+    ::kill(pid_, signal);
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (!running()) {
+            return status_;
+        }
+        fill(std::chrono::milliseconds(10)); // keep the pipes from filling up
+    }
+    return -1;
+}
+
 } // namespace quillet::testing

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,5 +32,42 @@ inline ProcessResult runProcess(const std::vector<std::string>& args,
                                 const std::map<std::string, std::string>& env = {}) {
     return runProcess(args, ProcessOptions{stdinText, env, false});
 }
+
+/// A child process that keeps running while the test talks to it: lines on its standard input,
+/// lines read back from its standard output and error. Ended with SIGTERM when destroyed.
+class LiveProcess {
+public:
+    /// Starts program with args (program first) and env changes as for runProcess; check
+    /// running() afterwards.
+    LiveProcess(const std::vector<std::string>& args,
+                const std::map<std::string, std::string>& env);
+    LiveProcess(const LiveProcess&) = delete;
+    LiveProcess& operator=(const LiveProcess&) = delete;
+    ~LiveProcess();
+
+    /// True while the child has not exited.
+    bool running();
+    /// Writes line and a line feed to the child's standard input.
+    void send(const std::string& line);
+    /// The next line of standard output, or nothing when none came within timeout.
+    std::optional<std::string> readLine(std::chrono::milliseconds timeout);
+    /// Reads standard error until a line contains text; false when none did within timeout.
+    bool waitForError(const std::string& text, std::chrono::milliseconds timeout);
+    /// Everything read from standard error so far.
+    const std::string& errors() const { return err_; }
+    /// Sends signal and waits up to timeout for the exit; the exit status, or -1 when it went on.
+    int stop(int signal, std::chrono::milliseconds timeout);
+    /// The child's process id.
+    int pid() const { return pid_; }
+
+private:
+    bool fill(std::chrono::milliseconds timeout);
+
+    int pid_ = -1;
+    int in_ = -1, out_ = -1, err_fd_ = -1;
+    std::string outBuffer_;
+    std::string err_;
+    int status_ = -1;
+};
 
 } // namespace quillet::testing

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "engine/Executor.h"
+#include "engine/FrontApplication.h"
+#include "engine/KeySource.h"
+#include "library/Preferences.h"
+#include "library/Scheduler.h"
+#include "render/Pasteboard.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quillet {
+
+/// The desktop session as the keyboard engine and the clipboard history need it: one backend's
+/// listener, executor, front application and clipboard, made to work together.
+class Desktop {
+public:
+    virtual ~Desktop() = default;
+
+    /// The backend and where it runs, for the log, such as "x11 on display :0".
+    virtual std::string describe() const = 0;
+
+    /// The keyboard as the engine listens to it.
+    virtual KeySource& keys() = 0;
+
+    /// Carries out the engine's intentions in the focused application.
+    virtual Executor& executor() = 0;
+
+    /// The application in front, for scopes.
+    virtual FrontApplication& front() = 0;
+
+    /// The system clipboard.
+    virtual Pasteboard& pasteboard() = 0;
+
+    /// Calls changed on the main thread whenever another application puts something on the
+    /// clipboard.
+    virtual void setOnClipboardChange(std::function<void()> changed) = 0;
+
+    /// Opens the backend this session offers, deciding what only the running session can tell
+    /// (an X display or not); null, with why in the user's words, when none can listen. The
+    /// choice, or each refusal, is written to log.
+    static std::unique_ptr<Desktop> open(Scheduler& scheduler, const Preferences& preferences,
+                                         const std::function<void(const std::string&)>& log,
+                                         std::string& why);
+};
+
+} // namespace quillet

@@ -1,0 +1,209 @@
+#include "platform/x11/X11FrontApplication.h"
+
+#include <X11/Xlib-xcb.h>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <xcb/xcb.h>
+
+namespace quillet {
+namespace {
+
+// How far up from the focused window a WM_CLASS is looked for; real trees are a few levels
+// deep, and the bound keeps a window tree changing under our feet from looping.
+constexpr int maxDepth = 64;
+
+struct FreeReply {
+    void operator()(void* reply) const { std::free(reply); }
+};
+
+template <typename T> using Reply = std::unique_ptr<T, FreeReply>;
+
+// Waits for a reply; errors (a window that is gone) come back here and are dropped.
+template <typename T> Reply<T> take(T* reply, xcb_generic_error_t* error) {
+    std::free(error);
+    return Reply<T>(reply);
+}
+
+xcb_window_t activeWindow(xcb_connection_t* c, xcb_window_t root, xcb_atom_t atom) {
+    xcb_generic_error_t* error = nullptr;
+    auto reply = take(xcb_get_property_reply(
+                          c, xcb_get_property(c, 0, root, atom, XCB_ATOM_WINDOW, 0, 1), &error),
+                      error);
+    if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 4) {
+        return XCB_NONE;
+    }
+    xcb_window_t window = XCB_NONE;
+    std::memcpy(&window, xcb_get_property_value(reply.get()), sizeof window);
+    return window;
+}
+
+// The class part of WM_CLASS (the instance name, a NUL, the class, a NUL); nothing when the
+// window has none or it is gone.
+std::optional<std::string> classOf(xcb_connection_t* c, xcb_window_t window) {
+    xcb_generic_error_t* error = nullptr;
+    auto reply = take(
+        xcb_get_property_reply(
+            c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 1024), &error),
+        error);
+    if (!reply || reply->format != 8) {
+        return std::nullopt;
+    }
+    const std::string_view value(
+        static_cast<const char*>(xcb_get_property_value(reply.get())),
+        static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
+    const std::size_t instanceEnd = value.find('\0');
+    if (instanceEnd == std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::string_view name = value.substr(instanceEnd + 1);
+    name = name.substr(0, name.find('\0'));
+    if (name.empty()) {
+        return std::nullopt;
+    }
+    return std::string(name);
+}
+
+xcb_window_t parentOf(xcb_connection_t* c, xcb_window_t window) {
+    xcb_generic_error_t* error = nullptr;
+    auto reply = take(xcb_query_tree_reply(c, xcb_query_tree(c, window), &error), error);
+    return reply ? reply->parent : XCB_NONE;
+}
+
+// The class of window or of its nearest ancestor that has one; empty when none has.
+std::string classUpFrom(xcb_connection_t* c, xcb_window_t window, xcb_window_t root) {
+    for (int depth = 0; depth < maxDepth && window != XCB_NONE && window != root; ++depth) {
+        if (auto name = classOf(c, window)) {
+            return *name;
+        }
+        window = parentOf(c, window);
+    }
+    return {};
+}
+
+// Selects events on a window that may be gone by now; false when it is.
+bool selectEvents(xcb_connection_t* c, xcb_window_t window, std::uint32_t mask) {
+    xcb_generic_error_t* error = xcb_request_check(
+        c, xcb_change_window_attributes_checked(c, window, XCB_CW_EVENT_MASK, &mask));
+    std::free(error);
+    return error == nullptr;
+}
+
+} // namespace
+
+X11FrontApplication::X11FrontApplication(X11Connection& connection)
+    : display_(connection.display()), root_(XDefaultRootWindow(display_)),
+      activeAtom_(XInternAtom(display_, "_NET_ACTIVE_WINDOW", False)),
+      alive_(std::make_shared<X11FrontApplication*>(this)) {
+    // Focus events on the root come when the focus leaves it or returns to it (no window
+    // manager, or one without EWMH).
+    selectEvents(XGetXCBConnection(display_), static_cast<xcb_window_t>(root_),
+                 XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_FOCUS_CHANGE);
+    id_ = resolve();
+    std::weak_ptr<X11FrontApplication*> alive = alive_;
+    connection.watch([alive](Display* display) {
+        if (auto self = alive.lock()) {
+            (*self)->drainEvents();
+            return;
+        }
+        while (XPending(display) > 0) {
+            XEvent event;
+            XNextEvent(display, &event);
+        }
+    });
+}
+
+X11FrontApplication::~X11FrontApplication() {
+    alive_.reset();
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    if (followed_ != None) {
+        selectEvents(c, static_cast<xcb_window_t>(followed_), 0);
+    }
+    selectEvents(c, static_cast<xcb_window_t>(root_), 0);
+}
+
+void X11FrontApplication::drainEvents() {
+    for (;;) {
+        bool again = false;
+        while (XPending(display_) > 0) {
+            XEvent event;
+            XNextEvent(display_, &event);
+            switch (event.type) {
+            case PropertyNotify:
+                again = again ||
+                        (event.xproperty.window == root_ && event.xproperty.atom == activeAtom_);
+                break;
+            case FocusIn:
+            case FocusOut:
+                again = true;
+                break;
+            case UnmapNotify:
+            case DestroyNotify:
+                again = again || event.xany.window == followed_;
+                break;
+            default:
+                break;
+            }
+        }
+        if (!again) {
+            return;
+        }
+        // Looking again reads replies, and with them perhaps more events: drain those too.
+        refresh();
+    }
+}
+
+void X11FrontApplication::refresh() {
+    std::string now = resolve();
+    if (now == id_) {
+        return;
+    }
+    id_ = std::move(now);
+    if (changed_) {
+        auto changed = changed_; // the handler may replace itself
+        changed();
+    }
+}
+
+std::string X11FrontApplication::resolve() {
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    const auto root = static_cast<xcb_window_t>(root_);
+    xcb_generic_error_t* error = nullptr;
+    auto focused = take(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), &error), error);
+    xcb_window_t focus = focused ? focused->focus : XCB_NONE;
+    // Whichever answers, the focused window's changes are what say to look again when the
+    // window manager keeps no _NET_ACTIVE_WINDOW.
+    follow(focus);
+
+    if (const xcb_window_t active = activeWindow(c, root, static_cast<xcb_atom_t>(activeAtom_));
+        active != XCB_NONE) {
+        if (std::string name = classUpFrom(c, active, root); !name.empty()) {
+            return name;
+        }
+    }
+    if (focus == XCB_INPUT_FOCUS_POINTER_ROOT) {
+        // Keys go to the window under the pointer.
+        auto pointer = take(xcb_query_pointer_reply(c, xcb_query_pointer(c, root), &error), error);
+        focus = pointer ? pointer->child : XCB_NONE;
+    }
+    return classUpFrom(c, focus, root);
+}
+
+void X11FrontApplication::follow(Window focus) {
+    if (focus == followed_) {
+        return;
+    }
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    if (followed_ != None) {
+        selectEvents(c, static_cast<xcb_window_t>(followed_), 0);
+    }
+    followed_ = None;
+    if (focus != None && focus != PointerRoot && focus != root_ &&
+        selectEvents(c, static_cast<xcb_window_t>(focus),
+                     XCB_EVENT_MASK_FOCUS_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY)) {
+        followed_ = focus;
+    }
+}
+
+} // namespace quillet

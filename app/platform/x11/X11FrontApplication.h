@@ -1,0 +1,48 @@
+#pragma once
+
+#include "engine/FrontApplication.h"
+#include "platform/x11/X11Connection.h"
+
+#include <X11/Xlib.h>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quillet {
+
+/// The application in front on X11: the WM_CLASS class of the active window (_NET_ACTIVE_WINDOW)
+/// or, when the window manager keeps no such property or none runs, of the window with the
+/// input focus or its nearest ancestor that has a WM_CLASS. Changes are followed through events,
+/// never by polling: the root window's _NET_ACTIVE_WINDOW, and focus changes on the focused
+/// window. Windows of other clients may vanish at any moment; the queries on them go through
+/// XCB, whose errors come back to the caller instead of ending the process.
+class X11FrontApplication final : public FrontApplication {
+public:
+    /// Follows the front application through connection, which it watches: nobody else may.
+    explicit X11FrontApplication(X11Connection& connection);
+    ~X11FrontApplication() override;
+    X11FrontApplication(const X11FrontApplication&) = delete;
+    X11FrontApplication& operator=(const X11FrontApplication&) = delete;
+
+    std::string id() const override { return id_; }
+    void setOnChange(std::function<void()> changed) override { changed_ = std::move(changed); }
+
+    /// The WM_CLASS class of the window in front, the same as id().
+    std::string windowClass() const { return id_; }
+
+private:
+    void drainEvents();
+    void refresh();
+    std::string resolve();
+    void follow(Window focus);
+
+    Display* display_;
+    Window root_;
+    Atom activeAtom_;
+    Window followed_ = None; // the focused window whose focus changes are selected
+    std::string id_;
+    std::function<void()> changed_;
+    std::shared_ptr<X11FrontApplication*> alive_; // what the connection's handler looks for
+};
+
+} // namespace quillet

@@ -1,0 +1,863 @@
+#include "platform/x11/X11KeySource.h"
+
+#include "platform/x11/X11Connection.h"
+
+#include <X11/XKBlib.h>
+#include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
+#include <X11/Xproto.h>
+#include <X11/extensions/XInput2.h>
+#include <X11/extensions/XKB.h>
+#include <X11/extensions/XKBproto.h>
+#include <X11/extensions/XTest.h>
+#include <X11/extensions/record.h>
+#include <X11/keysym.h>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+#include <vector>
+#include <xcb/xcb.h>
+#include <xkbcommon/xkbcommon-x11.h>
+#include <xkbcommon/xkbcommon.h>
+
+namespace quillet {
+namespace {
+
+const char* const refused = "The X server refused the keyboard listener.";
+
+// The core modifier bits of an event's state field; the group sits in bits 13 and 14.
+constexpr unsigned realModifiers = 0xff;
+constexpr unsigned groupShift = 13;
+
+// Set while a RECORD request is being checked: the default handler would end the process.
+bool requestFailed = false;
+int noteFailure(Display*, XErrorEvent*) {
+    requestFailed = true;
+    return 0;
+}
+
+KeyEvent::Key keyFor(xkb_keysym_t sym) {
+    using Key = KeyEvent::Key;
+    switch (sym) {
+    case XKB_KEY_BackSpace:
+        return Key::backspace;
+    case XKB_KEY_Tab:
+    case XKB_KEY_ISO_Left_Tab:
+    case XKB_KEY_KP_Tab:
+        return Key::tab;
+    case XKB_KEY_Escape:
+        return Key::escape;
+    case XKB_KEY_Return:
+    case XKB_KEY_KP_Enter:
+    case XKB_KEY_ISO_Enter:
+        return Key::enter;
+    case XKB_KEY_Left:
+    case XKB_KEY_KP_Left:
+        return Key::left;
+    case XKB_KEY_Right:
+    case XKB_KEY_KP_Right:
+        return Key::right;
+    case XKB_KEY_Up:
+    case XKB_KEY_KP_Up:
+        return Key::up;
+    case XKB_KEY_Down:
+    case XKB_KEY_KP_Down:
+        return Key::down;
+    case XKB_KEY_Home:
+    case XKB_KEY_KP_Home:
+        return Key::home;
+    case XKB_KEY_End:
+    case XKB_KEY_KP_End:
+        return Key::end;
+    case XKB_KEY_Page_Up:
+    case XKB_KEY_KP_Page_Up:
+        return Key::pageUp;
+    case XKB_KEY_Page_Down:
+    case XKB_KEY_KP_Page_Down:
+        return Key::pageDown;
+    case XKB_KEY_Mode_switch:
+    case XKB_KEY_Num_Lock:
+        return Key::modifier;
+    default:
+        break;
+    }
+    // Shift_L through Hyper_R, and the ISO level, latch and group keys.
+    if ((sym >= XKB_KEY_Shift_L && sym <= XKB_KEY_Hyper_R) ||
+        (sym >= XKB_KEY_ISO_Lock && sym <= XKB_KEY_ISO_Last_Group_Lock)) {
+        return Key::modifier;
+    }
+    return Key::other;
+}
+
+// Control characters type nothing, except the three the engine treats as text.
+bool typesNothing(const std::string& text) {
+    if (text.size() != 1) {
+        return text.empty();
+    }
+    const auto c = static_cast<unsigned char>(text[0]);
+    return (c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7f;
+}
+
+// Whether a recorded request changes what keys mean. GetKbdByName does only when asked to load
+// the keymap it names.
+bool changesKeymap(const unsigned char* request, std::size_t size, int xkbOpcode) {
+    if (size < 4) {
+        return false;
+    }
+    if (request[0] == X_ChangeKeyboardMapping || request[0] == X_SetModifierMapping) {
+        return true;
+    }
+    if (request[0] != xkbOpcode) {
+        return false;
+    }
+    if (request[1] != X_kbGetKbdByName) {
+        return true;
+    }
+    xkbGetKbdByNameReq byName;
+    if (size < sizeof byName) {
+        return false;
+    }
+    std::memcpy(&byName, request, sizeof byName);
+    return byName.load != 0;
+}
+
+// Every combination of the lock modifiers, so a grab holds whatever locks are on.
+std::vector<unsigned> lockCombinations(unsigned numLock, unsigned scrollLock) {
+    std::vector<unsigned> masks{0};
+    for (unsigned lock : {static_cast<unsigned>(LockMask), numLock, scrollLock}) {
+        if (lock == 0) {
+            continue;
+        }
+        const std::size_t n = masks.size();
+        for (std::size_t i = 0; i < n; ++i) {
+            if ((masks[i] & lock) == 0) {
+                masks.push_back(masks[i] | lock);
+            }
+        }
+    }
+    return masks;
+}
+
+} // namespace
+
+// RECORD calls back through a plain function with the source's slot, which is cleared when the
+// source closes: a connection whose close had to wait may still deliver the end of the data.
+struct RecordCallback {
+    static void call(XPointer closure, XRecordInterceptData* data) {
+        if (X11KeySource* self = *reinterpret_cast<X11KeySource**>(closure)) {
+            ++self->dispatching_;
+            self->recorded(data->category, data->data, std::size_t{data->data_len} * 4);
+            --self->dispatching_;
+        }
+        XRecordFreeData(data);
+    }
+};
+
+void X11KeySource::XkbDeleter::operator()(xkb_context* context) const {
+    xkb_context_unref(context);
+}
+void X11KeySource::XkbDeleter::operator()(xkb_keymap* keymap) const {
+    xkb_keymap_unref(keymap);
+}
+void X11KeySource::XkbDeleter::operator()(xkb_state* state) const {
+    xkb_state_unref(state);
+}
+
+X11KeySource::X11KeySource(std::string display, Scheduler& scheduler, OwnKeys& own)
+    : displayName_(std::move(display)), scheduler_(scheduler), own_(own) {
+    tab_.keysym = XK_Tab;
+    escape_.keysym = XK_Escape;
+}
+
+X11KeySource::~X11KeySource() {
+    stop();
+}
+
+// Life ----------------------------------------------------------------------------------------
+
+bool X11KeySource::start(Observer& observer, std::string& error) {
+    if (control_) {
+        observer_ = &observer;
+        return true;
+    }
+    control_ = X11Connection::open(displayName_, scheduler_, error);
+    if (!control_) {
+        return false;
+    }
+    data_ = X11Connection::open(displayName_, scheduler_, error);
+    if (!data_) {
+        closeConnections();
+        return false;
+    }
+    Display* control = control_->display();
+    int major = 0;
+    int minor = 0;
+    int eventBase = 0;
+    int errorBase = 0;
+    if (!XRecordQueryVersion(control, &major, &minor) ||
+        !XQueryExtension(control, "XKEYBOARD", &xkbOpcode_, &eventBase, &errorBase)) {
+        error = refused;
+        closeConnections();
+        return false;
+    }
+    xtest_ = XTestQueryExtension(control, &eventBase, &errorBase, &major, &minor) != 0;
+
+    xkb_.reset(xkb_context_new(XKB_CONTEXT_NO_FLAGS));
+    if (!xkb_ ||
+        !xkb_x11_setup_xkb_extension(XGetXCBConnection(control), XKB_X11_MIN_MAJOR_XKB_VERSION,
+                                     XKB_X11_MIN_MINOR_XKB_VERSION,
+                                     XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr, nullptr,
+                                     nullptr, nullptr) ||
+        !loadKeymap()) {
+        error = "Cannot read the keyboard layout from the X server.";
+        closeConnections();
+        return false;
+    }
+
+    // Key and button presses of every client, and the requests that change what keys mean, all
+    // in the order the server handled them. The keymap is then read back from the server, so a
+    // key typed right after a change is decoded with the new meaning.
+    XRecordRange* ranges[5] = {};
+    for (auto*& range : ranges) {
+        range = XRecordAllocRange();
+    }
+    ranges[0]->device_events = {KeyPress, ButtonPress};
+    ranges[0]->core_requests = {X_ChangeKeyboardMapping, X_ChangeKeyboardMapping};
+    ranges[1]->core_requests = {X_SetModifierMapping, X_SetModifierMapping};
+    const auto xkb = static_cast<unsigned char>(xkbOpcode_);
+    ranges[2]->ext_requests = {{xkb, xkb}, {X_kbSetMap, X_kbSetMap}};
+    ranges[3]->ext_requests = {{xkb, xkb}, {X_kbSetCompatMap, X_kbSetCompatMap}};
+    ranges[4]->ext_requests = {{xkb, xkb}, {X_kbGetKbdByName, X_kbGetKbdByName}};
+    XRecordClientSpec clients = XRecordAllClients;
+    requestFailed = false;
+    auto* previous = XSetErrorHandler(noteFailure);
+    context_ = XRecordCreateContext(control, 0, &clients, 1, ranges, 5);
+    XSync(control, False);
+    for (auto* range : ranges) {
+        XFree(range);
+    }
+    bool ok = context_ != 0 && !requestFailed;
+    if (ok) {
+        alive_ = std::make_shared<X11KeySource*>(this);
+        ok = XRecordEnableContextAsync(data_->display(), context_, RecordCallback::call,
+                                       reinterpret_cast<XPointer>(alive_.get())) != 0 &&
+             awaitRecording(true);
+    }
+    XSetErrorHandler(previous);
+    if (!ok) {
+        error = refused;
+        closeConnections();
+        return false;
+    }
+
+    observer_ = &observer;
+    data_->watch([alive = std::weak_ptr(alive_)](Display* display) {
+        // An observer may stop the source from a callback; the connection then outlives it for
+        // a moment and must not reach it.
+        const auto self = alive.lock();
+        if (!self || *self == nullptr) {
+            return;
+        }
+        XRecordProcessReplies(display);
+        if (*self == nullptr) {
+            return;
+        }
+        while (XPending(display) > 0) {
+            XEvent event;
+            XNextEvent(display, &event);
+        }
+    });
+    control_->watch([this](Display*) { readControl(); });
+    applyGrab(tab_);
+    applyGrab(escape_);
+    return true;
+}
+
+void X11KeySource::stop() {
+    observer_ = nullptr;
+    if (!control_) {
+        return;
+    }
+    holdKeyboard(false);
+    Display* control = control_->display();
+    // A source started again holds nothing until asked, as the engine expects.
+    tab_.wanted = escape_.wanted = false;
+    releaseGrab(tab_);
+    releaseGrab(escape_);
+    if (context_ != 0) {
+        XRecordDisableContext(control, context_);
+        XSync(control, False);
+        if (dispatching_ == 0) {
+            awaitRecording(false); // so libXtst forgets the recording before the close
+        }
+        XRecordFreeContext(control, context_);
+        XSync(control, False);
+        context_ = 0;
+    }
+    closeConnections();
+}
+
+bool X11KeySource::awaitRecording(bool on) {
+    // While a context is enabled the server answers nothing else on the data connection, so
+    // its start and end are waited for by reading, not by a round trip.
+    Display* data = data_->display();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    XFlush(data);
+    while (recording_ != on && !requestFailed && std::chrono::steady_clock::now() < deadline) {
+        pollfd readable{XConnectionNumber(data), POLLIN, 0};
+        poll(&readable, 1, 100);
+        XRecordProcessReplies(data);
+    }
+    return recording_ == on && !requestFailed;
+}
+
+void X11KeySource::closeConnections() {
+    if (alive_) {
+        *alive_ = nullptr;
+    }
+    recording_ = false;
+    state_.reset();
+    keymap_.reset();
+    xkb_.reset();
+    down_.clear();
+    caught_.clear();
+    grabHolder_ = 0;
+    tab_.keycode = 0;
+    escape_.keycode = 0;
+    holding_ = false;
+    heldDevices_.clear();
+    queued_.clear();
+    swallowed_.clear();
+    if (dispatching_ > 0) {
+        // A callback reading one of these connections is on the stack: close them once it has
+        // returned.
+        std::shared_ptr<X11Connection> data = std::move(data_);
+        std::shared_ptr<X11Connection> hold = std::move(hold_);
+        scheduler_.post([data, hold, alive = alive_]() mutable {
+            data.reset();
+            hold.reset();
+        });
+    }
+    data_.reset();
+    hold_.reset();
+    control_.reset();
+    alive_.reset();
+}
+
+// What RECORD sees ----------------------------------------------------------------------------
+
+void X11KeySource::recorded(int category, const unsigned char* data, std::size_t size) {
+    switch (category) {
+    case XRecordStartOfData:
+        recording_ = true;
+        return;
+    case XRecordEndOfData:
+        recording_ = false;
+        return;
+    case XRecordFromClient:
+        if (changesKeymap(data, size, xkbOpcode_)) {
+            mappingChanged();
+        }
+        return;
+    case XRecordFromServer:
+        break;
+    default:
+        return;
+    }
+    if (size < sizeof(xEvent) || !control_) {
+        return;
+    }
+    xEvent event;
+    std::memcpy(&event, data, sizeof event);
+    const int type = event.u.u.type & 0x7f;
+    const unsigned detail = event.u.u.detail;
+    if (type == KeyPress || type == KeyRelease) {
+        keyEvent(detail, type == KeyPress, event.u.keyButtonPointer.state,
+                 event.u.keyButtonPointer.time);
+    } else if (type == ButtonPress && (detail < 4 || detail > 7) && observer_ != nullptr) {
+        // Buttons 4 to 7 are the wheel: scrolling moves no caret.
+        observer_->click();
+    }
+}
+
+void X11KeySource::keyEvent(unsigned keycode, bool press, unsigned state, unsigned long time) {
+    if (!state_) {
+        return;
+    }
+    const bool own = own_.consume(keycode, press);
+    if (!press) {
+        if (down_.erase(keycode) > 0) {
+            xkb_state_update_key(state_.get(), keycode, XKB_KEY_UP);
+        }
+        if (keycode == grabHolder_) {
+            grabHolder_ = 0; // the server ends a passive grab's activation with this release
+        }
+        return;
+    }
+    syncState(state);
+    // A press of a key already down is the keyboard repeating it: reported again, but the
+    // modifier state must not count it twice.
+    const bool repeat = !down_.insert(keycode).second;
+    const bool caught = grabMayCatch() && wasCaught(keycode, time);
+    if (own) {
+        if (caught) {
+            deliver(keycode); // one of ours landed in a grab: it was meant for the application
+        }
+    } else if (observer_ != nullptr) {
+        KeyEvent event = decode(state_.get(), keycode);
+        event.held = caught && event.key != KeyEvent::Key::modifier;
+        const Verdict verdict = observer_->key(event);
+        if (event.held && verdict == Verdict::pass && control_) {
+            deliver(keycode);
+        }
+    }
+    if (!repeat && state_) {
+        xkb_state_update_key(state_.get(), keycode, XKB_KEY_DOWN);
+    }
+}
+
+void X11KeySource::syncState(unsigned state) {
+    // The event carries the server's modifiers and group as they were before the key. They
+    // normally agree with the tracked state; when they do not (a key held since before the
+    // start, a layout switched by a request, a keymap rebuilt), the server is right.
+    const unsigned mods = state & realModifiers;
+    const unsigned group = (state >> groupShift) & 3;
+    const unsigned tracked =
+        xkb_state_serialize_mods(state_.get(), XKB_STATE_MODS_EFFECTIVE) & realModifiers;
+    const unsigned layout = xkb_state_serialize_layout(state_.get(), XKB_STATE_LAYOUT_EFFECTIVE);
+    if (tracked != mods || layout != group) {
+        xkb_state_update_mask(state_.get(), mods, 0, 0, 0, 0, group);
+    }
+}
+
+KeyEvent X11KeySource::decode(xkb_state* state, unsigned keycode) const {
+    KeyEvent event;
+    const xkb_keysym_t sym = xkb_state_key_get_one_sym(state, keycode);
+    event.key = keyFor(sym);
+    if (event.key == KeyEvent::Key::tab) {
+        event.text = "\t";
+    } else if (event.key == KeyEvent::Key::enter) {
+        event.text = "\r";
+    } else if (event.key != KeyEvent::Key::modifier) {
+        char text[64];
+        const int n = xkb_state_key_get_utf8(state, keycode, text, sizeof text);
+        if (n > 0 && static_cast<std::size_t>(n) < sizeof text) {
+            event.text.assign(text, static_cast<std::size_t>(n));
+        }
+        if (typesNothing(event.text)) {
+            event.text.clear();
+        }
+    }
+    const unsigned mods = xkb_state_serialize_mods(state, XKB_STATE_MODS_EFFECTIVE) & realModifiers;
+    event.modifiers.control = (mods & ControlMask) != 0;
+    event.modifiers.shift = (mods & ShiftMask) != 0;
+    event.modifiers.alt = (mods & altMask_) != 0;
+    event.modifiers.super = (mods & superMask_) != 0;
+    return event;
+}
+
+// The keymap ----------------------------------------------------------------------------------
+
+void X11KeySource::mappingChanged() {
+    const bool ours = own_.consumeMappingChange();
+    if (!control_) {
+        return;
+    }
+    loadKeymap();
+    // The keys to grab, or the lock modifiers to grab them with, may have moved.
+    applyGrab(tab_);
+    applyGrab(escape_);
+    if (!ours && observer_ != nullptr) {
+        observer_->reset();
+    }
+}
+
+bool X11KeySource::loadKeymap() {
+    xcb_connection_t* connection = XGetXCBConnection(control_->display());
+    const std::int32_t device = xkb_x11_get_core_keyboard_device_id(connection);
+    if (device < 0) {
+        return false;
+    }
+    std::unique_ptr<xkb_keymap, XkbDeleter> keymap(xkb_x11_keymap_new_from_device(
+        xkb_.get(), connection, device, XKB_KEYMAP_COMPILE_NO_FLAGS));
+    if (!keymap) {
+        return false;
+    }
+    std::unique_ptr<xkb_state, XkbDeleter> state(xkb_state_new(keymap.get()));
+    if (!state) {
+        return false;
+    }
+    // Keys still down press again in the new state, so their releases undo them; locks and the
+    // group carry over.
+    for (unsigned keycode : down_) {
+        xkb_state_update_key(state.get(), keycode, XKB_KEY_DOWN);
+    }
+    if (state_) {
+        xkb_state_update_mask(state.get(),
+                              xkb_state_serialize_mods(state.get(), XKB_STATE_MODS_DEPRESSED),
+                              xkb_state_serialize_mods(state_.get(), XKB_STATE_MODS_LATCHED),
+                              xkb_state_serialize_mods(state_.get(), XKB_STATE_MODS_LOCKED),
+                              xkb_state_serialize_layout(state.get(), XKB_STATE_LAYOUT_DEPRESSED),
+                              xkb_state_serialize_layout(state_.get(), XKB_STATE_LAYOUT_LATCHED),
+                              xkb_state_serialize_layout(state_.get(), XKB_STATE_LAYOUT_LOCKED));
+    }
+    keymap_ = std::move(keymap);
+    state_ = std::move(state);
+    findModifiers();
+    return true;
+}
+
+void X11KeySource::findModifiers() {
+    // Which of Mod1 to Mod5 mean Alt, Super, Num Lock and Scroll Lock depends on the keys
+    // mapped to them. Meta counts as Super only on a modifier without Alt, as PC keymaps put
+    // Meta on Alt's.
+    altMask_ = superMask_ = numLockMask_ = scrollLockMask_ = 0;
+    unsigned metaMask = 0;
+    XModifierKeymap* map = XGetModifierMapping(control_->display());
+    if (map == nullptr) {
+        return;
+    }
+    for (int modifier = 3; modifier < 8; ++modifier) {
+        const unsigned bit = 1u << modifier;
+        for (int i = 0; i < map->max_keypermod; ++i) {
+            const unsigned keycode = map->modifiermap[modifier * map->max_keypermod + i];
+            if (keycode == 0) {
+                continue;
+            }
+            const xkb_level_index_t levels =
+                xkb_keymap_num_levels_for_key(keymap_.get(), keycode, 0);
+            for (xkb_level_index_t level = 0; level < levels; ++level) {
+                const xkb_keysym_t* syms = nullptr;
+                const int n =
+                    xkb_keymap_key_get_syms_by_level(keymap_.get(), keycode, 0, level, &syms);
+                for (int s = 0; s < n; ++s) {
+                    switch (syms[s]) {
+                    case XKB_KEY_Alt_L:
+                    case XKB_KEY_Alt_R:
+                        altMask_ |= bit;
+                        break;
+                    case XKB_KEY_Super_L:
+                    case XKB_KEY_Super_R:
+                    case XKB_KEY_Hyper_L:
+                    case XKB_KEY_Hyper_R:
+                        superMask_ |= bit;
+                        break;
+                    case XKB_KEY_Meta_L:
+                    case XKB_KEY_Meta_R:
+                        metaMask |= bit;
+                        break;
+                    case XKB_KEY_Num_Lock:
+                        numLockMask_ |= bit;
+                        break;
+                    case XKB_KEY_Scroll_Lock:
+                        scrollLockMask_ |= bit;
+                        break;
+                    default:
+                        break;
+                    }
+                }
+            }
+        }
+    }
+    XFreeModifiermap(map);
+    superMask_ |= metaMask & ~altMask_;
+}
+
+unsigned X11KeySource::keycodeFor(unsigned long keysym) const {
+    // The first key that types keysym on its first level, as a user would press it.
+    const xkb_keycode_t last = xkb_keymap_max_keycode(keymap_.get());
+    for (xkb_keycode_t keycode = xkb_keymap_min_keycode(keymap_.get()); keycode <= last;
+         ++keycode) {
+        const xkb_keysym_t* syms = nullptr;
+        const int n = xkb_keymap_key_get_syms_by_level(keymap_.get(), keycode, 0, 0, &syms);
+        if (n == 1 && syms[0] == keysym) {
+            return keycode;
+        }
+    }
+    return 0;
+}
+
+// Grabs -----------------------------------------------------------------------------------------
+
+void X11KeySource::grabTab(bool on) {
+    tab_.wanted = on;
+    applyGrab(tab_);
+}
+
+void X11KeySource::grabEscape(bool on) {
+    escape_.wanted = on;
+    applyGrab(escape_);
+}
+
+void X11KeySource::applyGrab(Grab& grab) {
+    if (!control_ || !keymap_) {
+        return;
+    }
+    releaseGrab(grab);
+    // Without XTEST a caught key could not be handed on when the verdict lets it through.
+    if (!grab.wanted || !xtest_) {
+        return;
+    }
+    const unsigned keycode = keycodeFor(grab.keysym);
+    if (keycode == 0) {
+        return;
+    }
+    xcb_connection_t* connection = XGetXCBConnection(control_->display());
+    const auto root = static_cast<xcb_window_t>(XDefaultRootWindow(control_->display()));
+    std::vector<xcb_void_cookie_t> cookies;
+    for (unsigned mask : lockCombinations(numLockMask_, scrollLockMask_)) {
+        cookies.push_back(xcb_grab_key_checked(
+            connection, 0, root, static_cast<std::uint16_t>(mask),
+            static_cast<xcb_keycode_t>(keycode), XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+    }
+    // Waiting for the answers also puts the grab in place before the next key is handled.
+    // Another client may hold some of the combinations; the ones granted still work, and a key
+    // they do not catch simply reaches the application and is reported as not held.
+    for (xcb_void_cookie_t cookie : cookies) {
+        if (xcb_generic_error_t* failure = xcb_request_check(connection, cookie)) {
+            free(failure);
+        }
+    }
+    grab.keycode = keycode;
+}
+
+void X11KeySource::releaseGrab(Grab& grab) {
+    if (grab.keycode == 0 || !control_) {
+        return;
+    }
+    Display* control = control_->display();
+    XUngrabKey(control, static_cast<int>(grab.keycode), AnyModifier, XDefaultRootWindow(control));
+    XSync(control, False);
+    grab.keycode = 0;
+}
+
+bool X11KeySource::grabMayCatch() const {
+    return tab_.keycode != 0 || escape_.keycode != 0 || grabHolder_ != 0;
+}
+
+// Whether a recorded press went to a grab of ours instead of the application. RECORD records a
+// grabbed key like any other, and the grab cannot be inferred from the key and its modifiers:
+// another client's active grab (an open menu, a screen locker) beats a passive grab on the
+// root, and while a grab is active every other key goes to it too. The control connection
+// receives exactly the keys a grab of ours took, so that decides. Both events come from the
+// same step of the server, and the control connection gets its copy before the server answers
+// a later request: one round trip after the recorded event, the copy is there if it exists.
+// They are matched by key and server time.
+bool X11KeySource::wasCaught(unsigned keycode, unsigned long time) {
+    auto find = [&] {
+        for (auto it = caught_.begin(); it != caught_.end(); ++it) {
+            if (it->keycode == keycode && it->time == time) {
+                caught_.erase(caught_.begin(), it + 1); // the older ones were answered already
+                return true;
+            }
+        }
+        return false;
+    };
+    if (find()) {
+        return true;
+    }
+    XSync(control_->display(), False);
+    readControl();
+    return find();
+}
+
+void X11KeySource::readControl() {
+    constexpr std::size_t keep = 64;
+    Display* display = control_->display();
+    while (XPending(display) > 0) {
+        XEvent event;
+        XNextEvent(display, &event);
+        if (event.type == KeyPress) {
+            caught_.push_back({event.xkey.keycode, event.xkey.time});
+            if (grabHolder_ == 0) {
+                grabHolder_ = event.xkey.keycode;
+            }
+            if (caught_.size() > keep) {
+                caught_.pop_front();
+            }
+        }
+    }
+}
+
+void X11KeySource::deliver(unsigned keycode) {
+    Display* control = control_->display();
+    // The press turned the passive grab into an active one; end it, and lift the passive grab
+    // for the moment, or the key would land in the grab again.
+    XUngrabKeyboard(control, CurrentTime);
+    grabHolder_ = 0;
+    Grab* grab = keycode == tab_.keycode ? &tab_ : keycode == escape_.keycode ? &escape_ : nullptr;
+    if (grab != nullptr) {
+        XUngrabKey(control, static_cast<int>(keycode), AnyModifier, XDefaultRootWindow(control));
+        grab->keycode = 0;
+    }
+    own_.expect(keycode, true);
+    own_.expect(keycode, false);
+    XTestFakeKeyEvent(control, keycode, True, CurrentTime);
+    XTestFakeKeyEvent(control, keycode, False, CurrentTime);
+    if (grab != nullptr) {
+        applyGrab(*grab); // waits for the server, after the replayed key
+    } else {
+        XSync(control, False);
+    }
+}
+
+// Holding the keyboard --------------------------------------------------------------------------
+
+// While the keyboard is held, each physical keyboard (every slave keyboard but the XTEST ones)
+// is grabbed with XInput2. The server floats a grabbed slave: its keys come only to this
+// connection, RECORD no longer sees them and the master keyboard, which the applications
+// listen to, no longer feels them, modifiers included; the XTEST slave still feeds the master,
+// so Quillet's own keys arrive undisturbed and unshifted.
+void X11KeySource::holdKeyboard(bool on) {
+    if (!on) {
+        releaseHold(observer_ != nullptr);
+        return;
+    }
+    if (holding_ || !control_ || !xtest_) {
+        return;
+    }
+    if (!hold_) {
+        std::string ignored;
+        hold_ = X11Connection::open(displayName_, scheduler_, ignored);
+        int eventBase = 0;
+        int errorBase = 0;
+        int major = 2;
+        int minor = 0;
+        if (!hold_ ||
+            !XQueryExtension(hold_->display(), "XInputExtension", &xiOpcode_, &eventBase,
+                             &errorBase) ||
+            XIQueryVersion(hold_->display(), &major, &minor) != Success) {
+            hold_.reset();
+            return;
+        }
+        hold_->watch([alive = std::weak_ptr(alive_)](Display*) {
+            if (const auto self = alive.lock(); self && *self != nullptr) {
+                (*self)->readHold();
+            }
+        });
+    }
+    Display* hold = hold_->display();
+    const Atom xtestDevice = XInternAtom(hold, "XTEST Device", True);
+    auto isXtest = [&](const XIDeviceInfo& device) {
+        if (xtestDevice != None) {
+            Atom type = None;
+            int format = 0;
+            unsigned long items = 0;
+            unsigned long after = 0;
+            unsigned char* value = nullptr;
+            if (XIGetProperty(hold, device.deviceid, xtestDevice, 0, 1, False, XA_INTEGER, &type,
+                              &format, &items, &after, &value) == Success &&
+                value != nullptr) {
+                XFree(value);
+                return items > 0;
+            }
+        }
+        return std::strstr(device.name, "XTEST") != nullptr;
+    };
+
+    unsigned char bits[XIMaskLen(XI_LASTEVENT)] = {};
+    XISetMask(bits, XI_KeyPress);
+    XISetMask(bits, XI_KeyRelease);
+    requestFailed = false;
+    auto* previous = XSetErrorHandler(noteFailure);
+    int count = 0;
+    XIDeviceInfo* devices = XIQueryDevice(hold, XIAllDevices, &count);
+    for (int i = 0; i < count; ++i) {
+        const XIDeviceInfo& device = devices[i];
+        if (device.use != XISlaveKeyboard || !device.enabled || isXtest(device)) {
+            continue;
+        }
+        XIEventMask mask{device.deviceid, sizeof bits, bits};
+        if (XIGrabDevice(hold, device.deviceid, XDefaultRootWindow(hold), CurrentTime, None,
+                         XIGrabModeAsync, XIGrabModeAsync, False, &mask) == Success) {
+            heldDevices_.insert(device.deviceid);
+        }
+    }
+    XIFreeDeviceInfo(devices);
+    XSync(hold, False);
+    XSetErrorHandler(previous);
+    holding_ = !heldDevices_.empty();
+}
+
+void X11KeySource::readHold() {
+    Display* hold = hold_->display();
+    while (XPending(hold) > 0) {
+        XEvent event;
+        XNextEvent(hold, &event);
+        XGenericEventCookie& cookie = event.xcookie;
+        if (event.type != GenericEvent || cookie.extension != xiOpcode_ ||
+            !XGetEventData(hold, &cookie)) {
+            continue;
+        }
+        const auto* key = static_cast<const XIDeviceEvent*>(cookie.data);
+        const bool press = cookie.evtype == XI_KeyPress;
+        if ((press || cookie.evtype == XI_KeyRelease) && holding_ &&
+            heldDevices_.count(key->deviceid) > 0) {
+            ++dispatching_;
+            heldKey(static_cast<unsigned>(key->detail), press,
+                    static_cast<unsigned>(key->mods.effective),
+                    static_cast<unsigned>(key->group.effective));
+            --dispatching_;
+        }
+        XFreeEventData(hold, &cookie);
+    }
+}
+
+void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned group) {
+    if (!press) {
+        if (swallowed_.erase(keycode) == 0) {
+            queued_.push_back({keycode, false});
+        }
+        return;
+    }
+    if (!keymap_ || observer_ == nullptr) {
+        queued_.push_back({keycode, true});
+        return;
+    }
+    // The floating keyboard has a state of its own, which the event carries.
+    std::unique_ptr<xkb_state, XkbDeleter> state(xkb_state_new(keymap_.get()));
+    if (!state) {
+        return;
+    }
+    xkb_state_update_mask(state.get(), mods & realModifiers, 0, 0, 0, 0, group);
+    KeyEvent event = decode(state.get(), keycode);
+    event.held = true;
+    if (observer_->key(event) == Verdict::pass) {
+        queued_.push_back({keycode, true});
+    } else {
+        swallowed_.insert(keycode);
+    }
+}
+
+void X11KeySource::releaseHold(bool announce) {
+    if (!holding_ || !hold_) {
+        return;
+    }
+    Display* hold = hold_->display();
+    for (int device : heldDevices_) {
+        XIUngrabDevice(hold, device, CurrentTime);
+    }
+    // Once the server has ended the grabs, every key they caught is in our queue: those still
+    // belong to the hold, or a key typed just as it ends would be lost.
+    XSync(hold, False);
+    if (dispatching_ == 0) {
+        readHold();
+    }
+    holding_ = false;
+    heldDevices_.clear();
+    swallowed_.clear();
+    if (control_) {
+        Display* control = control_->display();
+        for (const Queued& key : queued_) {
+            if (announce) {
+                own_.expect(key.keycode, key.press);
+            }
+            XTestFakeKeyEvent(control, key.keycode, key.press ? True : False, CurrentTime);
+        }
+        XSync(control, False);
+    }
+    queued_.clear();
+}
+
+} // namespace quillet

@@ -1,0 +1,262 @@
+// Quillet as the user runs it, on a real X server with a window manager: abbreviations typed
+// on the server's own keyboard device into a Qt editor are expanded there, and the user's
+// clipboard is as it was afterwards.
+#include "library/RunLoop.h"
+#include "platform/x11/X11Clipboard.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <map>
+#include <thread>
+
+// After gtest, whose headers use a name Xlib defines as a macro (None).
+#include "support/DesktopHarness.h"
+
+#include <X11/keysym.h>
+
+namespace quillet {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::QuilletProcess;
+using testing::TextWindow;
+using testing::Typist;
+
+// A 2x1 PNG picture: one red and one blue pixel.
+const std::string
+    png("\x89PNG\r\n\x1a\n\x00\x00\x00\x0dIHDR\x00\x00\x00\x02\x00\x00\x00\x01\x08\x02\x00\x00"
+        "\x00\x7b\x40\xe8\xdd\x00\x00\x00\x0dIDAT\x78\x9c\x63\xf8\xcf\x00\x04\xff\x01\x07\x00\x01"
+        "\xff\xe2\x23\x9e\x59\x00\x00\x00\x00IEND\xae\x42\x60\x82",
+        70);
+
+Snippet snippet(std::string abbreviation, std::string content,
+                const std::function<void(Snippet&)>& change = {}) {
+    Snippet s = Snippet::make();
+    s.abbreviation = std::move(abbreviation);
+    s.content = std::move(content);
+    if (change) {
+        change(s);
+    }
+    return s;
+}
+
+std::vector<Snippet> library() {
+    return {
+        snippet(";sig", "Best regards,\nAnn"),
+        snippet(";hi", "Hello"),
+        snippet(";A", "alpha"),
+        snippet(";intl", "Grüße, café 🎉 — ok"),
+        snippet("dlm", "delimited", [](Snippet& s) { s.trigger = TriggerMode::delimiter; }),
+        snippet("tb", "tabbed", [](Snippet& s) { s.trigger = TriggerMode::tab; }),
+        snippet(";keys", "one{key:return}two"),
+        snippet(";cur", "<{cursor}>"),
+        snippet(";md", "**bold** and *it*", [](Snippet& s) { s.markdown = true; }),
+        snippet(";img", "picture", [](Snippet& s) { s.image = "dot.png"; }),
+        snippet(";scoped", "in scope",
+                [](Snippet& s) {
+                    s.scope = Snippet::Scope::only;
+                    s.apps = {"ScopedApp"};
+                }),
+    };
+}
+
+class EndToEnd : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        XInitThreads(); // the clipboard test runs a second X client on a thread of its own
+        typist = new Typist;
+        quillet = new QuilletProcess(library());
+        std::filesystem::create_directories(quillet->home() / "data/quillet/images");
+        testing::writeText(quillet->home() / "data/quillet/images/dot.png", png);
+        editor = new TextWindow;
+    }
+    static void TearDownTestSuite() {
+        delete editor;
+        delete quillet;
+        delete typist;
+    }
+    void SetUp() override {
+        ASSERT_TRUE(quillet->listening()) << quillet->log();
+        ASSERT_TRUE(editor->ready());
+        editor->focus();
+        editor->clear();
+    }
+    void TearDown() override {
+        if (HasFailure()) {
+            std::cerr << "Quillet's log:\n" << quillet->log() << '\n';
+        }
+    }
+
+    static Typist* typist;
+    static QuilletProcess* quillet;
+    static TextWindow* editor;
+};
+
+Typist* EndToEnd::typist = nullptr;
+QuilletProcess* EndToEnd::quillet = nullptr;
+TextWindow* EndToEnd::editor = nullptr;
+
+TEST_F(EndToEnd, EachTriggerModeExpandsAndLeavesNothingOfTheAbbreviation) {
+    typist->type(";sig");
+    EXPECT_EQ(editor->waitFor("Best regards,\nAnn"), "Best regards,\nAnn");
+
+    editor->clear();
+    typist->type("dlm ");
+    EXPECT_EQ(editor->waitFor("delimited "), "delimited ");
+    typist->type("dlm,");
+    EXPECT_EQ(editor->waitFor("delimited delimited,"), "delimited delimited,");
+    typist->type("dl m "); // not the abbreviation
+    EXPECT_EQ(editor->waitFor("delimited delimited,dl m "), "delimited delimited,dl m ");
+
+    // Tab fires and never reaches the editor; a Tab after anything else does.
+    editor->clear();
+    typist->type("tb\t");
+    EXPECT_EQ(editor->waitFor("tabbed"), "tabbed");
+    typist->type(" x\t");
+    EXPECT_EQ(editor->waitFor("tabbed x\t"), "tabbed x\t");
+}
+
+TEST_F(EndToEnd, EscapeRightAfterwardsTakesTheExpansionBack) {
+    typist->type("a ;hi");
+    EXPECT_EQ(editor->waitFor("a Hello"), "a Hello");
+    typist->tap(XK_Escape);
+    EXPECT_EQ(editor->waitFor("a ;hi"), "a ;hi");
+    // Only right after: a key in between and Escape is the editor's again.
+    typist->type(" ;hi");
+    EXPECT_EQ(editor->waitFor("a ;hi Hello"), "a ;hi Hello");
+    typist->type("!");
+    typist->tap(XK_Escape);
+    typist->type("x");
+    EXPECT_EQ(editor->waitFor("a ;hi Hello!x"), "a ;hi Hello!x");
+}
+
+TEST_F(EndToEnd, AClickBreaksWhatWasTyped) {
+    typist->type(";s");
+    auto [x, y] = editor->centre(typist->display());
+    typist->click(x, y);
+    typist->type("ig");
+    EXPECT_EQ(editor->waitFor(";sig", 1s), ";sig");
+    typist->type(" ;sig");
+    EXPECT_EQ(editor->waitFor(";sig Best regards,\nAnn"), ";sig Best regards,\nAnn");
+}
+
+TEST_F(EndToEnd, TextKeysCaretMarkdownAndPicturesArriveAsWritten) {
+    typist->type(";intl");
+    EXPECT_EQ(editor->waitFor("Grüße, café 🎉 — ok"), "Grüße, café 🎉 — ok");
+
+    editor->clear();
+    typist->type(";keys");
+    EXPECT_EQ(editor->waitFor("one\ntwo"), "one\ntwo");
+
+    editor->clear();
+    typist->type(";cur");
+    editor->waitFor("<>");
+    typist->type("x");
+    EXPECT_EQ(editor->waitFor("<x>"), "<x>");
+
+    editor->clear();
+    typist->type(";md");
+    EXPECT_EQ(editor->waitFor("bold and it"), "bold and it");
+    const std::string html = editor->html();
+    EXPECT_NE(html.find("font-weight:700;\">bold</span>"), std::string::npos) << html;
+    EXPECT_NE(html.find("font-style:italic;\">it</span>"), std::string::npos) << html;
+
+    editor->clear();
+    typist->type(";img");
+    EXPECT_EQ(editor->waitFor("[image 2x1]"), "[image 2x1]");
+}
+
+TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
+    const std::vector<ClipboardItem> copied{{"text/plain;charset=utf-8", "copied text"},
+                                            {"text/html", "<b>copied</b>"},
+                                            {"image/png", png}};
+    // The application the user copied from keeps serving its clipboard on a thread of its own.
+    RunLoop ownerLoop;
+    std::atomic<bool> owning = false;
+    std::thread owner([&] {
+        std::string error;
+        auto clipboard = X11Clipboard::open("", ownerLoop, error);
+        if (clipboard) {
+            clipboard->write(copied);
+        }
+        owning = true;
+        ownerLoop.run();
+    });
+    RunLoop loop;
+    std::string error;
+    auto reader = X11Clipboard::open("", loop, error);
+    ASSERT_TRUE(reader) << error;
+    loop.runUntil([&] { return owning.load(); }, 5s);
+    auto before = reader->snapshot();
+    ASSERT_TRUE(before);
+    EXPECT_EQ(reader->text(), "copied text");
+
+    for (auto [abbreviation, expected] : std::map<std::string, std::string>{
+             {";hi", "Hello"}, {";md", "bold and it"}, {";img", "[image 2x1]"}}) {
+        editor->clear();
+        typist->type(abbreviation);
+        EXPECT_EQ(editor->waitFor(expected), expected);
+        std::optional<X11Clipboard::Snapshot> after;
+        loop.runUntil(
+            [&] {
+                after = reader->snapshot();
+                return after && after->items == before->items;
+            },
+            3s);
+        ASSERT_TRUE(after);
+        EXPECT_EQ(after->items, before->items) << "after " << abbreviation;
+    }
+    ownerLoop.quit();
+    owner.join();
+}
+
+TEST_F(EndToEnd, TerminalsGetControlShiftV) {
+    TextWindow terminal({"--class", "XTerm", "--terminal"});
+    ASSERT_TRUE(terminal.ready());
+    terminal.focus();
+    typist->type("$ ;hi");
+    EXPECT_EQ(terminal.waitFor("$ Hello"), "$ Hello");
+    editor->focus();
+}
+
+TEST_F(EndToEnd, ShiftStillHeldAtTheTriggerDoesNotSpoilThePaste) {
+    typist->tap(XK_semicolon);
+    typist->key(XK_Shift_L, true);
+    typist->tap(XK_a); // 'A' completes ";A" while Shift is still down
+    std::this_thread::sleep_for(100ms);
+    typist->key(XK_Shift_L, false);
+    EXPECT_EQ(editor->waitFor("alpha"), "alpha");
+}
+
+TEST_F(EndToEnd, TypingOnRightAfterTheTriggerKeepsTheOrder) {
+    typist->type(";hi there, ;sig and on", 8ms);
+    const std::string expected = "Hello there, Best regards,\nAnn and on";
+    EXPECT_EQ(editor->waitFor(expected), expected);
+}
+
+TEST_F(EndToEnd, ScopedSnippetsFireOnlyInTheirApplication) {
+    typist->type(";scoped ");
+    EXPECT_EQ(editor->waitFor(";scoped ", 1s), ";scoped ");
+    TextWindow scoped({"--class", "ScopedApp"});
+    ASSERT_TRUE(scoped.ready());
+    scoped.focus();
+    typist->type(";scoped");
+    EXPECT_EQ(scoped.waitFor("in scope"), "in scope");
+    editor->focus();
+}
+
+TEST_F(EndToEnd, ExpandsEveryTimeOverAHundredRuns) {
+    std::vector<std::string> failures;
+    for (int i = 0; i < 100; ++i) {
+        editor->clear();
+        typist->type(i % 2 == 0 ? ";hi" : "dlm ");
+        const std::string expected = i % 2 == 0 ? "Hello" : "delimited ";
+        if (std::string seen = editor->waitFor(expected); seen != expected) {
+            failures.push_back(std::to_string(i) + ": " + seen);
+        }
+    }
+    EXPECT_EQ(failures, std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace quillet

@@ -1,0 +1,405 @@
+#include "platform/x11/X11KeySource.h"
+
+#include "library/RunLoop.h"
+#include "platform/x11/OwnKeys.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+// After gtest, whose headers use a name Xlib defines as a macro (None).
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XInput.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
+namespace quillet {
+namespace {
+
+using namespace std::chrono_literals;
+using Key = KeyEvent::Key;
+
+struct Recorder : KeySource::Observer {
+    Verdict key(const KeyEvent& event) override {
+        keys.push_back(event);
+        return verdict ? verdict(event) : Verdict::pass;
+    }
+    void click() override { ++clicks; }
+    void reset() override { ++resets; }
+
+    std::vector<KeyEvent> keys;
+    int clicks = 0, resets = 0;
+    std::function<Verdict(const KeyEvent&)> verdict;
+};
+
+// Drives the server from a connection of its own, as the user's keyboard and other programs
+// would, and looks at what the listener reports and what a focused window receives.
+class X11KeySourceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        display_ = XOpenDisplay(nullptr);
+        ASSERT_NE(display_, nullptr);
+        std::string error;
+        ASSERT_TRUE(source_.start(observer_, error)) << error;
+    }
+
+    void TearDown() override {
+        source_.stop();
+        XCloseDisplay(display_);
+    }
+
+    bool waitFor(const std::function<bool()>& done) {
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        while (!done() && std::chrono::steady_clock::now() < deadline) {
+            loop_.runFor(5ms);
+        }
+        return done();
+    }
+
+    unsigned code(KeySym sym) { return XKeysymToKeycode(display_, sym); }
+
+    void send(unsigned keycode, bool press) {
+        XTestFakeKeyEvent(display_, keycode, press ? True : False, CurrentTime);
+        XSync(display_, False);
+    }
+
+    // Taps key while mods are held down.
+    void tap(KeySym key, const std::vector<KeySym>& mods = {}) {
+        for (KeySym mod : mods) {
+            send(code(mod), true);
+        }
+        send(code(key), true);
+        send(code(key), false);
+        for (KeySym mod : mods) {
+            send(code(mod), false);
+        }
+    }
+
+    // The last key reported, once there are count; more would be a fault.
+    KeyEvent reported(std::size_t count) {
+        EXPECT_TRUE(waitFor([&] { return observer_.keys.size() >= count; }));
+        EXPECT_EQ(observer_.keys.size(), count);
+        return observer_.keys.empty() ? KeyEvent{} : observer_.keys.back();
+    }
+
+    // A focused window that records the keys it receives.
+    void openWindow() {
+        const Window window =
+            XCreateSimpleWindow(display_, XDefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
+        XSelectInput(display_, window, KeyPressMask);
+        XMapWindow(display_, window); // at once: there is no window manager
+        XSetInputFocus(display_, window, RevertToParent, CurrentTime);
+        XSync(display_, False);
+    }
+
+    // How many times the window has received sym so far.
+    std::size_t windowCount(KeySym sym) {
+        XSync(display_, False);
+        while (XPending(display_) > 0) {
+            XEvent event;
+            XNextEvent(display_, &event);
+            if (event.type == KeyPress) {
+                received_.push_back(XLookupKeysym(&event.xkey, 0));
+            }
+        }
+        return static_cast<std::size_t>(std::count(received_.begin(), received_.end(), sym));
+    }
+
+    bool windowGets(KeySym sym, std::size_t count) {
+        return waitFor([&] { return windowCount(sym) >= count; });
+    }
+
+    void bind(unsigned keycode, KeySym sym) {
+        XChangeKeyboardMapping(display_, static_cast<int>(keycode), 1, &sym, 1);
+        XSync(display_, False);
+    }
+
+    RunLoop loop_;
+    OwnKeys own_;
+    Recorder observer_;
+    X11KeySource source_{"", loop_, own_};
+    Display* display_ = nullptr;
+    std::vector<KeySym> received_;
+};
+
+TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
+    struct Case {
+        std::vector<KeySym> mods;
+        KeySym key;
+        Key kind;
+        std::string text;
+        KeyEvent::Modifiers modifiers;
+    };
+    const Case cases[] = {
+        {{}, XK_a, Key::other, "a", {}},
+        {{XK_Shift_L}, XK_1, Key::other, "!", {.shift = true}},
+        {{}, XK_BackSpace, Key::backspace, "", {}},
+        {{}, XK_Return, Key::enter, "\r", {}},
+        {{}, XK_KP_Enter, Key::enter, "\r", {}},
+        {{XK_Control_L}, XK_c, Key::other, "", {.control = true}}, // a control character
+        {{XK_Alt_L, XK_Shift_L}, XK_f, Key::other, "F", {.shift = true, .alt = true}},
+        {{XK_Super_L}, XK_l, Key::other, "l", {.super = true}},
+        {{XK_ISO_Level3_Shift}, XK_e, Key::other, "e", {}}, // AltGr is a level, not Alt
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(XKeysymToString(c.key));
+        const std::size_t before = observer_.keys.size();
+        tap(c.key, c.mods);
+        // Each modifier's press is reported as such; no release is.
+        const KeyEvent event = reported(before + c.mods.size() + 1);
+        for (std::size_t i = 0; i < c.mods.size(); ++i) {
+            EXPECT_EQ(observer_.keys[before + i].key, Key::modifier);
+        }
+        EXPECT_EQ(event.key, c.kind);
+        EXPECT_EQ(event.text, c.text);
+        EXPECT_EQ(event.modifiers, c.modifiers);
+        EXPECT_FALSE(event.held);
+    }
+
+    // Caps Lock changes the text but is no modifier the engine sees.
+    const std::size_t before = observer_.keys.size();
+    tap(XK_Caps_Lock);
+    tap(XK_b);
+    const KeyEvent capital = reported(before + 2);
+    EXPECT_EQ(capital.text, "B");
+    EXPECT_EQ(capital.modifiers, KeyEvent::Modifiers{});
+    tap(XK_Caps_Lock);
+
+    // Buttons 4 and 5 are the wheel.
+    for (unsigned button : {4u, 5u, 1u}) {
+        XTestFakeButtonEvent(display_, button, True, CurrentTime);
+        XTestFakeButtonEvent(display_, button, False, CurrentTime);
+    }
+    tap(XK_x); // seen only after the buttons
+    reported(before + 4);
+    EXPECT_EQ(observer_.clicks, 1);
+}
+
+TEST_F(X11KeySourceTest, LeavesOutOwnEventsButTracksTheirModifiers) {
+    const unsigned a = code(XK_a);
+    const unsigned shift = code(XK_Shift_L);
+    for (auto [keycode, press] :
+         {std::pair{a, true}, {a, false}, {shift, true}, {a, true}, {a, false}, {shift, false}}) {
+        own_.expect(keycode, press);
+    }
+    send(a, true);
+    send(a, false);
+    tap(XK_x); // the user's, between two of ours
+    send(shift, true);
+    tap(XK_y); // the user's key while our Shift is down: the server shifts it
+    send(a, true);
+    send(a, false);
+    send(shift, false);
+    tap(XK_z);
+
+    EXPECT_EQ(reported(3).text, "z");
+    EXPECT_FALSE(observer_.keys[2].modifiers.shift);
+    EXPECT_EQ(observer_.keys[0].text, "x");
+    EXPECT_EQ(observer_.keys[1].text, "Y");
+    EXPECT_TRUE(observer_.keys[1].modifiers.shift);
+    EXPECT_FALSE(own_.pending());
+}
+
+TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
+    openWindow();
+    observer_.verdict = [](const KeyEvent&) { return Verdict::swallow; };
+
+    source_.grabTab(true);
+    tap(XK_Tab);
+    const KeyEvent tab = reported(1);
+    EXPECT_EQ(tab.key, Key::tab);
+    EXPECT_TRUE(tab.held);
+    tap(XK_a); // not grabbed: reaches the window, and shows the Tab did not
+    EXPECT_FALSE(reported(2).held);
+    ASSERT_TRUE(windowGets(XK_a, 1));
+    EXPECT_EQ(windowCount(XK_Tab), 0u);
+
+    // With Caps Lock or Num Lock on, a plain Tab is still caught; Shift+Tab is not.
+    for (KeySym lock : {XK_Caps_Lock, XK_Num_Lock}) {
+        tap(lock);
+        tap(XK_Tab);
+        tap(lock);
+    }
+    reported(8);
+    EXPECT_TRUE(observer_.keys[3].held);
+    EXPECT_TRUE(observer_.keys[6].held);
+    tap(XK_Tab, {XK_Shift_L});
+    EXPECT_FALSE(reported(10).held);
+    ASSERT_TRUE(windowGets(XK_Tab, 1));
+
+    source_.grabTab(false);
+    tap(XK_Tab);
+    EXPECT_FALSE(reported(11).held);
+    ASSERT_TRUE(windowGets(XK_Tab, 2));
+
+    // A held Tab the observer lets through reaches the window after all, is not reported a
+    // second time, and the grab is back in place afterwards.
+    source_.grabTab(true);
+    observer_.verdict = [](const KeyEvent&) { return Verdict::pass; };
+    tap(XK_Tab);
+    EXPECT_TRUE(reported(12).held);
+    ASSERT_TRUE(windowGets(XK_Tab, 3));
+    observer_.verdict = [](const KeyEvent&) { return Verdict::swallow; };
+    tap(XK_Tab);
+    EXPECT_TRUE(reported(13).held);
+    // Quillet's own Tab, typed while the grab is on, still reaches the window.
+    own_.expect(code(XK_Tab), true);
+    own_.expect(code(XK_Tab), false);
+    tap(XK_Tab);
+    ASSERT_TRUE(windowGets(XK_Tab, 4));
+
+    // Another client's active grab (an open menu) takes the Tab before the passive grab can:
+    // the key went there, so it is not held.
+    XGrabKeyboard(display_, XDefaultRootWindow(display_), False, GrabModeAsync, GrabModeAsync,
+                  CurrentTime);
+    tap(XK_Tab);
+    EXPECT_FALSE(reported(14).held);
+    XUngrabKeyboard(display_, CurrentTime);
+
+    source_.grabEscape(true);
+    tap(XK_Escape);
+    const KeyEvent escape = reported(15);
+    EXPECT_EQ(escape.key, Key::escape);
+    EXPECT_TRUE(escape.held);
+    EXPECT_EQ(windowCount(XK_Escape), 0u);
+    EXPECT_EQ(windowCount(XK_Tab), 5u);
+}
+
+TEST_F(X11KeySourceTest, FollowsKeymapChangesAndResetsOnlyForOtherPrograms) {
+    // A keycode the keymap leaves empty.
+    int min = 0;
+    int max = 0;
+    XDisplayKeycodes(display_, &min, &max);
+    unsigned spare = 0;
+    for (int keycode = max; keycode >= min && spare == 0; --keycode) {
+        int perCode = 0;
+        KeySym* syms = XGetKeyboardMapping(display_, static_cast<KeyCode>(keycode), 1, &perCode);
+        if (std::all_of(syms, syms + perCode, [](KeySym s) { return s == NoSymbol; })) {
+            spare = static_cast<unsigned>(keycode);
+        }
+        XFree(syms);
+    }
+    ASSERT_NE(spare, 0u);
+
+    bind(spare, XK_eacute);
+    ASSERT_TRUE(waitFor([&] { return observer_.resets == 1; }));
+    send(spare, true);
+    send(spare, false);
+    EXPECT_EQ(reported(1).text, "é");
+
+    // Announced as Quillet's own: nothing is reset. The key follows the change at once, so
+    // decoding it right shows the change was seen first.
+    own_.expectMappingChange();
+    bind(spare, XK_oslash);
+    send(spare, true);
+    send(spare, false);
+    EXPECT_EQ(reported(2).text, "ø");
+    EXPECT_EQ(observer_.resets, 1);
+
+    bind(spare, NoSymbol);
+    ASSERT_TRUE(waitFor([&] { return observer_.resets == 2; }));
+}
+
+TEST_F(X11KeySourceTest, FollowsTheLayoutGroup) {
+    if (std::system("setxkbmap -layout us,de >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "setxkbmap cannot load a second layout here";
+    }
+    ASSERT_TRUE(waitFor([&] { return observer_.resets >= 1; }));
+    const unsigned y = code(XK_y);
+    for (auto [group, text] : {std::pair{1u, "z"}, {0u, "y"}}) { // German swaps Y and Z
+        XkbLockGroup(display_, XkbUseCoreKbd, group);
+        send(y, true);
+        send(y, false);
+        EXPECT_EQ(reported(group == 1 ? 1 : 2).text, text);
+    }
+    EXPECT_EQ(std::system("setxkbmap -layout us >/dev/null 2>&1"), 0);
+}
+
+TEST_F(X11KeySourceTest, ReportsNothingOnceStoppedEvenFromInsideACallback) {
+    source_.grabTab(true);
+    observer_.verdict = [&](const KeyEvent&) {
+        source_.stop();
+        return Verdict::pass;
+    };
+    tap(XK_a);
+    tap(XK_b);
+    reported(1);
+    loop_.runFor(50ms);
+    EXPECT_EQ(observer_.keys.size(), 1u);
+
+    // Started again, it listens as before, and holds no key until asked again.
+    std::string error;
+    observer_.verdict = nullptr;
+    ASSERT_TRUE(source_.start(observer_, error)) << error;
+    tap(XK_Tab);
+    EXPECT_FALSE(reported(2).held);
+}
+
+TEST_F(X11KeySourceTest, HoldsThePhysicalKeyboardWhileQuilletTypes) {
+    openWindow();
+    // The server's own keyboard, typed on as a person would.
+    int count = 0;
+    XDeviceInfo* devices = XListInputDevices(display_, &count);
+    const auto* found = std::find_if(devices, devices + count, [](const XDeviceInfo& device) {
+        return std::string(device.name) == "Xvfb keyboard";
+    });
+    XDevice* keyboard = found == devices + count ? nullptr : XOpenDevice(display_, found->id);
+    XFreeDeviceList(devices);
+    ASSERT_NE(keyboard, nullptr);
+    auto physical = [&](KeySym sym, bool press) {
+        int axes[1] = {0};
+        XTestFakeDeviceKeyEvent(display_, keyboard, code(sym), press ? True : False, axes, 0,
+                                CurrentTime);
+        XSync(display_, False);
+    };
+    auto own = [&](KeySym sym) {
+        own_.expect(code(sym), true);
+        own_.expect(code(sym), false);
+        tap(sym);
+    };
+    observer_.verdict = [](const KeyEvent& event) {
+        return event.text == "q" ? Verdict::swallow : Verdict::pass;
+    };
+
+    source_.holdKeyboard(true);
+    physical(XK_Shift_L, true);
+    physical(XK_a, true);
+    physical(XK_a, false);
+    own(XK_x); // Quillet's own key, typed while the user's Shift is down
+    physical(XK_Shift_L, false);
+    physical(XK_q, true);
+    physical(XK_q, false);
+    physical(XK_b, true);
+    own(XK_y);
+    physical(XK_b, false);
+
+    ASSERT_TRUE(windowGets(XK_y, 1));
+    EXPECT_EQ(reported(4).text, "b");
+    EXPECT_EQ(received_, (std::vector<KeySym>{XK_x, XK_y})) << "the user's keys were held";
+    EXPECT_EQ(observer_.keys[0].key, Key::modifier);
+    EXPECT_EQ(observer_.keys[1].text, "A");
+    EXPECT_EQ(observer_.keys[2].text, "q");
+    for (const KeyEvent& event : observer_.keys) {
+        EXPECT_TRUE(event.held);
+    }
+
+    // Let go: the keys let through arrive in order, the swallowed q never does, and none is
+    // reported again.
+    source_.holdKeyboard(false);
+    ASSERT_TRUE(windowGets(XK_b, 1));
+    EXPECT_EQ(received_, (std::vector<KeySym>{XK_x, XK_y, XK_Shift_L, XK_a, XK_b}));
+    physical(XK_c, true);
+    physical(XK_c, false);
+    ASSERT_TRUE(windowGets(XK_c, 1));
+    EXPECT_FALSE(reported(5).held);
+    XCloseDevice(display_, keyboard);
+}
+
+} // namespace
+} // namespace quillet

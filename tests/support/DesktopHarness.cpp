@@ -1,0 +1,294 @@
+#include "support/DesktopHarness.h"
+
+#include "library/LibraryFile.h"
+
+#include <X11/XKBlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+
+namespace quillet::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Code points of UTF-8 text; the harness only types what it wrote itself.
+std::vector<char32_t> codePoints(std::string_view s) {
+    std::vector<char32_t> out;
+    for (std::size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        const int n = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+        char32_t cp = n == 1 ? c : c & (0x3F >> (n - 1));
+        for (int k = 1; k < n && i + static_cast<std::size_t>(k) < s.size(); ++k) {
+            cp =
+                (cp << 6) | (static_cast<unsigned char>(s[i + static_cast<std::size_t>(k)]) & 0x3F);
+        }
+        out.push_back(cp);
+        i += static_cast<std::size_t>(n);
+    }
+    return out;
+}
+
+KeySym keysymOf(char32_t cp) {
+    switch (cp) {
+    case '\n':
+        return XK_Return;
+    case '\t':
+        return XK_Tab;
+    case 0x1B:
+        return XK_Escape;
+    case '\b':
+        return XK_BackSpace;
+    default:
+        return cp < 0x100 ? static_cast<KeySym>(cp) : static_cast<KeySym>(0x01000000 + cp);
+    }
+}
+
+} // namespace
+
+Typist::Typist(const std::string& prebind) {
+    display_ = XOpenDisplay(nullptr);
+    if (display_ == nullptr) {
+        throw std::runtime_error("no X display");
+    }
+    int count = 0;
+    XDeviceInfo* devices = XListInputDevices(display_, &count);
+    for (int i = 0; i < count; ++i) {
+        const std::string name = devices[i].name;
+        if (devices[i].use == IsXExtensionKeyboard && name.find("XTEST") == std::string::npos) {
+            keyboard_ = XOpenDevice(display_, devices[i].id);
+            break;
+        }
+    }
+    XFreeDeviceList(devices);
+    if (keyboard_ == nullptr) {
+        throw std::runtime_error("the X server has no keyboard device of its own");
+    }
+    // Bind what the layout lacks to spare keycodes now, as a user's xmodmap would.
+    int min = 0, max = 0;
+    XDisplayKeycodes(display_, &min, &max);
+    int spare = max;
+    for (char32_t cp : codePoints(prebind)) {
+        const KeySym sym = keysymOf(cp);
+        if (XKeysymToKeycode(display_, sym) != 0) {
+            continue;
+        }
+        int per = 0;
+        for (; spare >= min; --spare) {
+            KeySym* syms = XGetKeyboardMapping(display_, static_cast<KeyCode>(spare), 1, &per);
+            bool empty = true;
+            for (int k = 0; k < per; ++k) {
+                empty = empty && syms[k] == NoSymbol;
+            }
+            XFree(syms);
+            if (empty) {
+                break;
+            }
+        }
+        KeySym both[2] = {sym, sym};
+        XChangeKeyboardMapping(display_, spare, 2, both, 1);
+        --spare;
+    }
+    XSync(display_, False);
+}
+
+Typist::~Typist() {
+    if (keyboard_ != nullptr) {
+        XCloseDevice(display_, keyboard_);
+    }
+    if (display_ != nullptr) {
+        XCloseDisplay(display_);
+    }
+}
+
+unsigned Typist::code(KeySym key, bool& shift) {
+    const KeyCode keycode = XKeysymToKeycode(display_, key);
+    if (keycode == 0) {
+        throw std::runtime_error("no key types keysym " + std::to_string(key));
+    }
+    shift = shift || (XkbKeycodeToKeysym(display_, keycode, 0, 0) != key &&
+                      XkbKeycodeToKeysym(display_, keycode, 0, 1) == key);
+    return keycode;
+}
+
+void Typist::key(KeySym sym, bool down) {
+    bool shift = false;
+    const unsigned keycode = code(sym, shift);
+    XTestFakeDeviceKeyEvent(display_, keyboard_, keycode, down ? True : False, nullptr, 0, 0);
+    XFlush(display_);
+}
+
+void Typist::tap(KeySym sym, bool shift, bool control) {
+    const unsigned keycode = code(sym, shift);
+    auto send = [&](unsigned c, bool down) {
+        XTestFakeDeviceKeyEvent(display_, keyboard_, c, down ? True : False, nullptr, 0, 0);
+    };
+    const unsigned shiftCode = XKeysymToKeycode(display_, XK_Shift_L);
+    const unsigned controlCode = XKeysymToKeycode(display_, XK_Control_L);
+    if (control) {
+        send(controlCode, true);
+    }
+    if (shift) {
+        send(shiftCode, true);
+    }
+    send(keycode, true);
+    send(keycode, false);
+    if (shift) {
+        send(shiftCode, false);
+    }
+    if (control) {
+        send(controlCode, false);
+    }
+    XFlush(display_);
+}
+
+void Typist::type(std::string_view text, std::chrono::milliseconds pause) {
+    for (char32_t cp : codePoints(text)) {
+        tap(keysymOf(cp));
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+void Typist::click(int x, int y) {
+    XTestFakeMotionEvent(display_, -1, x, y, 0);
+    XTestFakeButtonEvent(display_, 1, True, 0);
+    XTestFakeButtonEvent(display_, 1, False, 0);
+    XFlush(display_);
+}
+
+void Typist::sync() {
+    XSync(display_, False);
+}
+
+// The text window ----------------------------------------------------------------------------
+
+TextWindow::TextWindow(const std::vector<std::string>& options) {
+    std::vector<std::string> args{QUILLET_TEXT_WINDOW};
+    args.insert(args.end(), options.begin(), options.end());
+    process_ = std::make_unique<LiveProcess>(
+        args, std::map<std::string, std::string>{{"QT_QPA_PLATFORM", "xcb"}});
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto line = process_->readLine(1s);
+        if (line && line->starts_with("ready ")) {
+            window_ = std::stoul(line->substr(6));
+            return;
+        }
+        if (line) {
+            take(*line);
+        }
+    }
+}
+
+bool TextWindow::take(const std::string& line) {
+    if (!line.starts_with("changed ")) {
+        return false;
+    }
+    const std::size_t space = line.find(' ', 8);
+    const long long ns = std::stoll(line.substr(8, space - 8));
+    lastChange_ = std::chrono::steady_clock::time_point(std::chrono::nanoseconds(ns));
+    current_ = nlohmann::json::parse(line.substr(space + 1)).get<std::string>();
+    changes_.emplace_back(lastChange_, current_);
+    return true;
+}
+
+std::optional<std::string> TextWindow::answer(const std::string& command,
+                                              const std::string& prefix) {
+    process_->send(command);
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto line = process_->readLine(1s);
+        if (!line || take(*line)) {
+            continue;
+        }
+        if (line->starts_with(prefix)) {
+            return line->substr(prefix.size());
+        }
+    }
+    return std::nullopt;
+}
+
+std::string TextWindow::text() {
+    auto json = answer("text", "text ");
+    return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
+}
+
+std::string TextWindow::html() {
+    auto json = answer("html", "html ");
+    return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
+}
+
+void TextWindow::clear() {
+    answer("clear", "ok");
+    current_.clear();
+    changes_.clear();
+}
+
+void TextWindow::focus() {
+    answer("focus", "ok");
+}
+
+std::string TextWindow::waitFor(const std::string& expected, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (current_ != expected && std::chrono::steady_clock::now() < deadline) {
+        if (auto line = process_->readLine(50ms)) {
+            take(*line);
+        }
+    }
+    return current_;
+}
+
+std::optional<std::chrono::steady_clock::time_point>
+TextWindow::waitForEnd(const std::string& suffix, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!current_.ends_with(suffix)) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return std::nullopt;
+        }
+        if (auto line = process_->readLine(50ms)) {
+            take(*line);
+        }
+    }
+    return lastChange_;
+}
+
+std::pair<int, int> TextWindow::centre(Display* display) const {
+    XWindowAttributes attributes{};
+    XGetWindowAttributes(display, window_, &attributes);
+    int x = 0, y = 0;
+    Window child = 0;
+    XTranslateCoordinates(display, window_, XDefaultRootWindow(display), attributes.width / 2,
+                          attributes.height / 2, &x, &y, &child);
+    return {x, y};
+}
+
+// Quillet ------------------------------------------------------------------------------------
+
+QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::string& settings) {
+    const auto data = home_ / "data";
+    const auto config = home_ / "config";
+    std::filesystem::create_directories(data / "quillet");
+    std::filesystem::create_directories(config / "quillet");
+    std::string error;
+    writeLibrary(data / "quillet" / "snippets.json", library, error);
+    writeText(config / "quillet" / "settings.json", settings);
+    process_ = std::make_unique<LiveProcess>(
+        std::vector<std::string>{QUILLET_PROGRAM},
+        std::map<std::string, std::string>{{"HOME", home_.path().string()},
+                                           {"XDG_DATA_HOME", data.string()},
+                                           {"XDG_CONFIG_HOME", config.string()}});
+    listening_ = process_->waitForError("listening", 20s);
+}
+
+QuilletProcess::~QuilletProcess() {
+    stop();
+}
+
+int QuilletProcess::stop() {
+    return process_->stop(SIGTERM, 10s);
+}
+
+} // namespace quillet::testing

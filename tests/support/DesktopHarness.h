@@ -1,0 +1,120 @@
+#pragma once
+
+#include "library/Snippet.h"
+#include "support/ChildProcess.h"
+#include "support/TempFolder.h"
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XInput.h>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillet::testing {
+
+/// The user's hands on a real X server: key presses sent through XTEST to the server's own
+/// keyboard device (not XTEST's virtual one), so they look like a physical keyboard's, and
+/// clicks through the pointer. Characters the layout lacks are bound to spare keycodes once,
+/// up front, the way xmodmap would, so no mapping changes while typing.
+class Typist {
+public:
+    /// Connects to $DISPLAY; throws when the server has no usable keyboard device.
+    explicit Typist(const std::string& prebind = {});
+    ~Typist();
+    Typist(const Typist&) = delete;
+    Typist& operator=(const Typist&) = delete;
+
+    /// Types text character by character, pause between key strokes.
+    void type(std::string_view text,
+              std::chrono::milliseconds pause = std::chrono::milliseconds(8));
+    /// Presses and releases one key, with Shift or Control held when asked.
+    void tap(KeySym key, bool shift = false, bool control = false);
+    /// Presses (down) or releases one key.
+    void key(KeySym key, bool down);
+    /// Clicks the first button at a point of the screen.
+    void click(int x, int y);
+    /// Waits until the server has handled everything sent.
+    void sync();
+
+    Display* display() const { return display_; }
+
+private:
+    unsigned code(KeySym key, bool& shift);
+
+    Display* display_ = nullptr;
+    XDevice* keyboard_ = nullptr;
+};
+
+/// The test window (tests/support/textwindow): an editor that reports its text.
+class TextWindow {
+public:
+    /// Starts the window with these options and waits until it has the focus.
+    explicit TextWindow(const std::vector<std::string>& options = {});
+
+    /// True once the window is up.
+    bool ready() const { return window_ != 0; }
+    /// The editor's plain text now.
+    std::string text();
+    /// The editor's content as HTML.
+    std::string html();
+    /// Empties the editor.
+    void clear();
+    /// Gives the window the keyboard focus again.
+    void focus();
+    /// Waits until the text equals expected; the last text seen when it never did.
+    std::string waitFor(const std::string& expected,
+                        std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    /// When the text last changed (steady clock), and the text then.
+    std::chrono::steady_clock::time_point lastChange() const { return lastChange_; }
+    /// Waits until the text ends with suffix; the time of the change that made it so.
+    std::optional<std::chrono::steady_clock::time_point>
+    waitForEnd(const std::string& suffix, std::chrono::milliseconds timeout);
+    /// The window's screen rectangle centre, for clicks.
+    std::pair<int, int> centre(Display* display) const;
+    /// The X window id.
+    Window window() const { return window_; }
+    /// Every change since the last clear(): when it happened (steady clock) and the text then.
+    const std::vector<std::pair<std::chrono::steady_clock::time_point, std::string>>&
+    changes() const {
+        return changes_;
+    }
+
+private:
+    std::optional<std::string> answer(const std::string& command, const std::string& prefix);
+    bool take(const std::string& line);
+
+    std::unique_ptr<LiveProcess> process_;
+    Window window_ = 0;
+    std::string current_;
+    std::chrono::steady_clock::time_point lastChange_{};
+    std::vector<std::pair<std::chrono::steady_clock::time_point, std::string>> changes_;
+};
+
+/// Quillet itself, started as the user would, against a library and settings of the test's.
+class QuilletProcess {
+public:
+    /// Writes the library and settings (a JSON object) into a fresh home and starts `quillet`.
+    QuilletProcess(const std::vector<Snippet>& library, const std::string& settings = "{}");
+    ~QuilletProcess();
+
+    /// True once it logged that it listens.
+    bool listening() const { return listening_; }
+    /// Everything it wrote to standard error.
+    const std::string& log() const { return process_->errors(); }
+    /// The folder holding its data (library, usage).
+    const TempFolder& home() const { return home_; }
+    /// Stops it with SIGTERM; its exit status.
+    int stop();
+    /// Its process id.
+    int pid() const { return process_->pid(); }
+
+private:
+    TempFolder home_;
+    std::unique_ptr<LiveProcess> process_;
+    bool listening_ = false;
+};
+
+} // namespace quillet::testing
