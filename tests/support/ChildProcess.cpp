@@ -40,14 +40,21 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
     return out;
 }
 
-} // namespace
+// A child started with its standard streams on pipes: in (write end), out and err (read ends).
+struct Spawned {
+    pid_t pid = -1;
+    int in = -1, out = -1, err = -1;
+    int error = 0; // errno of a failed start
+};
 
-ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOptions& options) {
-    const std::string& stdinText = options.stdinText;
+Spawned spawn(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
+              bool newSession) {
+    Spawned child;
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
         ::pipe2(err, O_CLOEXEC) != 0) {
-        return {};
+        child.error = errno;
+        return child;
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -55,31 +62,47 @@ ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOpti
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     std::vector<std::string> argStrings = args;
-    std::vector<std::string> envStrings = environmentWith(options.env);
+    std::vector<std::string> envStrings = environmentWith(env);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    if (options.newSession) {
+    if (newSession) {
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
     }
     auto argv = pointers(argStrings);
     auto envp = pointers(envStrings);
-    pid_t pid = -1;
-    int spawned = ::posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), envp.data());
+    child.error =
+        ::posix_spawn(&child.pid, argv[0], &actions, &attributes, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
+    child.in = in[1];
+    child.out = out[0];
+    child.err = err[0];
+    // A child that died must fail the test, not kill it.
+    ::signal(SIGPIPE, SIG_IGN);
+    return child;
+}
+
+} // namespace
+
+ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOptions& options) {
+    const std::string& stdinText = options.stdinText;
+    const Spawned child = spawn(args, options.env, options.newSession);
     ProcessResult result;
-    if (spawned != 0) {
-        ::close(in[1]);
-        ::close(out[0]);
-        ::close(err[0]);
-        result.err = std::strerror(spawned);
+    int out[2] = {child.out, -1}, err[2] = {child.err, -1}, in[2] = {-1, child.in};
+    const pid_t pid = child.pid;
+    if (child.error != 0) {
+        for (int fd : {child.in, child.out, child.err}) {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
+        result.err = std::strerror(child.error);
         return result;
     }
     // Feed standard input and drain both outputs together, so that no pipe fills up and stalls.
-    ::signal(SIGPIPE, SIG_IGN);
     std::size_t written = 0;
     int inFd = in[1];
     if (stdinText.empty()) {
@@ -125,32 +148,12 @@ ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOpti
 
 LiveProcess::LiveProcess(const std::vector<std::string>& args,
                          const std::map<std::string, std::string>& env) {
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
-        ::pipe2(err, O_CLOEXEC) != 0) {
-        return;
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    std::vector<std::string> argStrings = args;
-    std::vector<std::string> envStrings = environmentWith(env);
-    auto argv = pointers(argStrings);
-    auto envp = pointers(envStrings);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    ::close(err[1]);
-    in_ = in[1];
-    out_ = out[0];
-    err_fd_ = err[0];
-    ::signal(SIGPIPE, SIG_IGN); // a child that died must fail the test, not kill it
-    if (spawned == 0) {
-        pid_ = pid;
+    const Spawned child = spawn(args, env, false);
+    in_ = child.in;
+    out_ = child.out;
+    err_fd_ = child.err;
+    if (child.error == 0) {
+        pid_ = child.pid;
     }
 }
 

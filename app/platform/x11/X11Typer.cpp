@@ -1,5 +1,6 @@
 #include "platform/x11/X11Typer.h"
 
+#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 #include <algorithm>
@@ -226,10 +227,8 @@ X11Typer::~X11Typer() {
         std::this_thread::sleep_until(lastUse + rebindAfter);
     }
     for (const Spare& spare : spares_) {
-        if (spare.bound != NoSymbol) {
-            KeySym none = NoSymbol;
-            own_.expectMappingChange();
-            XChangeKeyboardMapping(display_, spare.keycode, 1, &none, 1);
+        if (spare.bound != NoSymbol && keymap_ != nullptr) {
+            writeSpare(spare.keycode, NoSymbol);
         }
     }
     XSync(display_, False);
@@ -451,8 +450,18 @@ std::optional<unsigned> X11Typer::levelModifiers(const Place& place, unsigned lo
         }
         return 0;
     };
+    // Where the type leaves Caps Lock alone, applications capitalise what the key gives.
+    if ((locked & LockMask) != 0 && (type.mods.mask & LockMask) == 0) {
+        const KeySym keysym = symbolAt(keymap_, place.keycode, place.group, place.level);
+        KeySym lower = NoSymbol;
+        KeySym upper = NoSymbol;
+        XConvertCase(keysym, &lower, &upper);
+        if (keysym != upper) {
+            return std::nullopt;
+        }
+    }
     // The level is reached with no modifiers or with those of one of the type's entries;
-    // locked modifiers (Caps Lock) count too, so a letter may need Shift to stay lower case.
+    // locked modifiers count too, so a letter may need Shift to stay lower case.
     std::optional<unsigned> best;
     const auto consider = [&](unsigned mods) {
         if (levelFor(mods | locked) != place.level) {
@@ -495,7 +504,9 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
         }
         std::optional<unsigned> best;
         for (const Place& place : *places) {
-            const auto mods = levelModifiers(place, state.locked_mods);
+            // A key stroke is pressed as the user would press it, Caps Lock or not; text must
+            // come out as it is.
+            const auto mods = levelModifiers(place, character ? state.locked_mods : 0);
             if (mods && (!best || std::popcount(*mods) < std::popcount(*best))) {
                 best = mods;
                 keycode = place.keycode;
@@ -575,15 +586,39 @@ bool X11Typer::bindSpare(KeySym keysym) {
             std::this_thread::sleep_until(spare->used + rebindAfter);
         }
     }
-    own_.expectMappingChange();
-    KeySym bound = keysym;
-    XChangeKeyboardMapping(display_, spare->keycode, 1, &bound, 1);
+    if (!writeSpare(spare->keycode, keysym)) {
+        return false;
+    }
     spare->bound = keysym;
     spare->used = Clock::now();
-    // The server works out the key's type (one level, or lower and upper case) itself; read it
-    // back rather than guess. The round trip also orders the change before the key.
+    // Read back what the server made of it; the round trip also orders the change before the
+    // key.
     stale_ = true;
     return true;
+}
+
+bool X11Typer::writeSpare(KeyCode keycode, KeySym keysym) {
+    // Both levels of the ALPHABETIC type: it takes Shift and Caps Lock in, so applications
+    // neither shift nor capitalise the character (which a one-level key would get under
+    // Caps Lock, ß becoming ẞ).
+    if (keysym == NoSymbol) {
+        XkbChangeTypesOfKey(keymap_, keycode, 0, XkbGroup1Mask, nullptr, nullptr);
+    } else {
+        int types[XkbNumKbdGroups] = {XkbAlphabeticIndex};
+        KeySym* syms = nullptr;
+        if (XkbChangeTypesOfKey(keymap_, keycode, 1, XkbGroup1Mask, types, nullptr) != Success ||
+            (syms = XkbResizeKeySyms(keymap_, keycode, 2)) == nullptr) {
+            return false;
+        }
+        syms[0] = keysym;
+        syms[1] = keysym;
+    }
+    XkbMapChangesRec changes{};
+    changes.changed = XkbKeySymsMask;
+    changes.first_key_sym = keycode;
+    changes.num_key_syms = 1;
+    own_.expectMappingChange();
+    return XkbChangeMap(display_, keymap_, &changes) != 0;
 }
 
 void X11Typer::releaseUnwanted(const XkbStateRec& state, unsigned wanted) {

@@ -20,8 +20,9 @@ namespace quillet {
 /// the live XKB keymap, in the current group at any shift level; a character the layout lacks
 /// is typed through a spare keycode (one the keymap leaves empty) bound to it for the moment.
 /// Modifiers are set explicitly for every key: modifiers the user still holds are released,
-/// the wanted ones pressed and released around the key. Every event is announced in OwnKeys
-/// before it is sent, so the listener can tell it from the user's.
+/// the wanted ones pressed and released around the key, and text comes out in its own case
+/// under Caps Lock. Every event is announced in OwnKeys before it is sent, so the listener can
+/// tell it from the user's.
 ///
 /// Everything is synchronous: the events are sent in order and flushed; the server keeps them
 /// in order. Main thread only.
@@ -44,7 +45,8 @@ public:
 
     /// Presses and releases the key of keysym times with these modifiers (ShiftMask,
     /// ControlMask, Mod1Mask for Alt, Mod4Mask for Super), those its shift level needs (Shift
-    /// for XK_A) and no others; false when the keysym cannot be typed.
+    /// for XK_A) and no others; Caps Lock acts on it as on the user's own key. False when the
+    /// keysym cannot be typed.
     bool tap(KeySym keysym, unsigned modifiers, int times = 1);
 
     /// Presses one key stroke of a template: cmd and ctrl become Control, opt Alt, shift Shift
@@ -88,6 +90,7 @@ private:
     bool strike(KeySym keysym, std::optional<char32_t> character, unsigned modifiers, int times);
     void strokeOnce(KeyCode keycode, unsigned wanted, const XkbStateRec& state);
     bool bindSpare(KeySym keysym);
+    bool writeSpare(KeyCode keycode, KeySym keysym);
     void releaseUnwanted(const XkbStateRec& state, unsigned wanted);
     void send(KeyCode keycode, bool press);
     unsigned modifiersOf(KeyCode keycode) const;

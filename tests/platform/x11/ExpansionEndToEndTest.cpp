@@ -80,6 +80,10 @@ protected:
         ASSERT_TRUE(editor->ready());
         editor->focus();
         editor->clear();
+        // Quillet learns of a change of the active window from the window manager's property
+        // change, which nothing here can wait for; typing before it arrives would be cut off
+        // as typing in the window left behind.
+        std::this_thread::sleep_for(150ms);
     }
     void TearDown() override {
         if (HasFailure()) {

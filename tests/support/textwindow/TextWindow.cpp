@@ -131,7 +131,16 @@ int main(int argc, char** argv) {
                 editor.activateWindow();
                 editor.raise();
                 editor.setFocus();
-                say("ok");
+                // Answer once the window manager has really made it the active window.
+                auto* wait = new QTimer(&editor);
+                QObject::connect(wait, &QTimer::timeout, [&editor, wait] {
+                    if (editor.isActiveWindow() && editor.hasFocus()) {
+                        wait->deleteLater();
+                        wait->stop();
+                        say("ok");
+                    }
+                });
+                wait->start(10);
             } else if (command == "quit") {
                 app.quit();
             }
