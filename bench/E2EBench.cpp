@@ -20,12 +20,7 @@ using testing::QuilletProcess;
 using testing::TextWindow;
 using testing::Typist;
 
-Snippet snippet(std::string abbreviation, std::string content) {
-    Snippet s = Snippet::make();
-    s.abbreviation = std::move(abbreviation);
-    s.content = std::move(content);
-    return s;
-}
+using testing::snippet;
 
 double percentile(std::vector<double> values, double p) {
     if (values.empty()) {

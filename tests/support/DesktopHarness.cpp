@@ -49,6 +49,17 @@ KeySym keysymOf(char32_t cp) {
 
 } // namespace
 
+Snippet snippet(std::string abbreviation, std::string content,
+                const std::function<void(Snippet&)>& change) {
+    Snippet s = Snippet::make();
+    s.abbreviation = std::move(abbreviation);
+    s.content = std::move(content);
+    if (change) {
+        change(s);
+    }
+    return s;
+}
+
 Typist::Typist(const std::string& prebind) {
     display_ = XOpenDisplay(nullptr);
     if (display_ == nullptr) {

@@ -15,6 +15,10 @@
 
 namespace quillet::testing {
 
+/// A new snippet of the abbreviation and content, changed further by change when given.
+Snippet snippet(std::string abbreviation, std::string content,
+                const std::function<void(Snippet&)>& change = {});
+
 /// The user's hands on a real X server: key presses sent through XTEST to the server's own
 /// keyboard device (not XTEST's virtual one), so they look like a physical keyboard's, and
 /// clicks through the pointer. Characters the layout lacks are bound to spare keycodes once,

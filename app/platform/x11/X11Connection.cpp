@@ -49,6 +49,13 @@ void X11Connection::watch(Handler handler) {
     drainSoon(); // events may already be queued from the set-up's round trips
 }
 
+void X11Connection::discard(Display* display) {
+    while (XPending(display) > 0) {
+        XEvent event;
+        XNextEvent(display, &event);
+    }
+}
+
 void X11Connection::drainSoon() {
     if (draining_.exchange(true)) {
         return;

@@ -35,6 +35,22 @@ public:
     /// queued event (XPending/XNextEvent). Call once.
     void watch(Handler handler);
 
+    /// Watches for owner while alive holds it: calls its handle member to drain, and once the
+    /// owner is gone throws queued events away so the socket does not stay readable.
+    template <typename Owner>
+    void watchWhileAlive(std::weak_ptr<Owner*> alive, void (Owner::*handle)()) {
+        watch([alive, handle](Display* display) {
+            if (auto self = alive.lock()) {
+                ((*self)->*handle)();
+            } else {
+                discard(display);
+            }
+        });
+    }
+
+    /// Throws away every event queued on display.
+    static void discard(Display* display);
+
     /// Asks for one more drain soon: for replies and events Xlib already read into its queue
     /// during a round trip, which leave the socket quiet.
     void drainSoon();

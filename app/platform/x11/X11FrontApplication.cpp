@@ -101,17 +101,8 @@ X11FrontApplication::X11FrontApplication(X11Connection& connection)
     selectEvents(XGetXCBConnection(display_), static_cast<xcb_window_t>(root_),
                  XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_FOCUS_CHANGE);
     id_ = resolve();
-    std::weak_ptr<X11FrontApplication*> alive = alive_;
-    connection.watch([alive](Display* display) {
-        if (auto self = alive.lock()) {
-            (*self)->drainEvents();
-            return;
-        }
-        while (XPending(display) > 0) {
-            XEvent event;
-            XNextEvent(display, &event);
-        }
-    });
+    connection.watchWhileAlive(std::weak_ptr<X11FrontApplication*>(alive_),
+                               &X11FrontApplication::drainEvents);
 }
 
 X11FrontApplication::~X11FrontApplication() {

@@ -197,17 +197,7 @@ X11Typer::X11Typer(X11Connection& connection, OwnKeys& own)
     int eventBase = 0;
     xtest_ = XTestQueryExtension(display_, &eventBase, &errorBase, &major, &minor) != 0;
     reloadKeymap();
-    std::weak_ptr<X11Typer*> alive = alive_;
-    connection_.watch([alive](Display* display) {
-        if (auto self = alive.lock()) {
-            (*self)->drainEvents();
-            return;
-        }
-        while (XPending(display) > 0) {
-            XEvent event;
-            XNextEvent(display, &event);
-        }
-    });
+    connection_.watchWhileAlive(std::weak_ptr<X11Typer*>(alive_), &X11Typer::drainEvents);
 }
 
 X11Typer::~X11Typer() {

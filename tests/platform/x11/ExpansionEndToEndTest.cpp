@@ -29,16 +29,7 @@ const std::string
         "\xff\xe2\x23\x9e\x59\x00\x00\x00\x00IEND\xae\x42\x60\x82",
         70);
 
-Snippet snippet(std::string abbreviation, std::string content,
-                const std::function<void(Snippet&)>& change = {}) {
-    Snippet s = Snippet::make();
-    s.abbreviation = std::move(abbreviation);
-    s.content = std::move(content);
-    if (change) {
-        change(s);
-    }
-    return s;
-}
+using testing::snippet;
 
 std::vector<Snippet> library() {
     return {
