@@ -20,8 +20,10 @@ struct FreeReply {
 
 template <typename T> using Reply = std::unique_ptr<T, FreeReply>;
 
-// Waits for a reply; errors (a window that is gone) come back here and are dropped.
-template <typename T> Reply<T> take(T* reply, xcb_generic_error_t* error) {
+// Waits for a reply; errors (a window that is gone) come back here and are dropped. The error
+// is taken by reference: the reply call sets it, and the order arguments are evaluated in is
+// unspecified.
+template <typename T> Reply<T> take(T* reply, xcb_generic_error_t*& error) {
     std::free(error);
     return Reply<T>(reply);
 }

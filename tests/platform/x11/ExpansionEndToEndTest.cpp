@@ -4,7 +4,6 @@
 #include "library/RunLoop.h"
 #include "platform/x11/X11Clipboard.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <map>
 #include <thread>
@@ -167,23 +166,34 @@ TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
                                             {"image/png", png}};
     // The application the user copied from keeps serving its clipboard on a thread of its own.
     RunLoop ownerLoop;
-    std::atomic<bool> owning = false;
     std::thread owner([&] {
         std::string error;
         auto clipboard = X11Clipboard::open("", ownerLoop, error);
         if (clipboard) {
             clipboard->write(copied);
         }
-        owning = true;
         ownerLoop.run();
     });
+    struct Join {
+        RunLoop& loop;
+        std::thread& thread;
+        ~Join() {
+            loop.quit();
+            thread.join();
+        }
+    } join{ownerLoop, owner};
     RunLoop loop;
     std::string error;
     auto reader = X11Clipboard::open("", loop, error);
     ASSERT_TRUE(reader) << error;
-    loop.runUntil([&] { return owning.load(); }, 5s);
-    auto before = reader->snapshot();
-    ASSERT_TRUE(before);
+    std::optional<X11Clipboard::Snapshot> before;
+    loop.runUntil(
+        [&] {
+            before = reader->snapshot();
+            return before && !before->items.empty();
+        },
+        10s);
+    ASSERT_TRUE(before && !before->items.empty());
     EXPECT_EQ(reader->text(), "copied text");
 
     for (auto [abbreviation, expected] : std::map<std::string, std::string>{
@@ -201,8 +211,6 @@ TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
         ASSERT_TRUE(after);
         EXPECT_EQ(after->items, before->items) << "after " << abbreviation;
     }
-    ownerLoop.quit();
-    owner.join();
 }
 
 TEST_F(EndToEnd, TerminalsGetControlShiftV) {
