@@ -639,10 +639,16 @@ void Expander::unlock(std::shared_ptr<Pending> pending) {
                 }
                 pending->snippet = std::move(*unlocked->snippet);
                 const Snippet& open = *pending->snippet;
+                std::string content = open.content;
+                if (const auto& pattern = pending->match.key) {
+                    // The matcher only had the locked placeholder to fill in.
+                    content = Matcher::substitute(*pattern, pending->match.abbreviation, content)
+                                  .value_or(content);
+                }
                 if (open.kind != Snippet::Kind::text) {
-                    engine.runScript(pending, open.kind, open.content);
+                    engine.runScript(pending, open.kind, std::move(content));
                 } else {
-                    engine.proceed(pending, open.content);
+                    engine.proceed(pending, std::move(content));
                 }
             });
         }));
@@ -672,8 +678,9 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
         enqueue(Step::erase(pending->erase));
     }
     if (!pending->snippet) {
-        // Corrections and symbol sets insert their text as it stands.
-        carryOut(pending, std::vector<Expansion::Step>{Expansion::Text{std::move(content), 0}});
+        // Symbol-set entries are templates too ("<p>{cursor}</p>"); corrections are plain words
+        // and come through unchanged.
+        carryOut(pending, Expansion::plan(content, {}, {}, {}, renderContext()));
         return;
     }
     const std::string& abbreviation = pending->snippet->abbreviation;

@@ -42,7 +42,7 @@ bool isSingleAsciiOtherThanCr(std::string_view s) {
 // Expands a replacement template for the current match: "$0" is the whole match, "$1"... the
 // groups (as many digits as still name a group), "${name}" a named group, and a backslash takes
 // the next character literally. A reference that names no group stays as written.
-std::string substitute(std::string_view replacement, icu::RegexMatcher& m) {
+std::string fillIn(std::string_view replacement, icu::RegexMatcher& m) {
     std::string out;
     const int32_t groups = m.groupCount();
     auto group = [&](int32_t n) {
@@ -354,6 +354,23 @@ std::optional<Matcher::Match> Matcher::fire(Mode trigger, std::string_view trail
     return std::nullopt;
 }
 
+std::optional<std::string> Matcher::substitute(std::string_view pattern, std::string_view matched,
+                                               std::string_view replacement) {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError parseError{};
+    std::unique_ptr<icu::RegexPattern> regex(icu::RegexPattern::compile(
+        text::toIcu("(?:" + std::string(pattern) + ")$"), 0, parseError, status));
+    if (U_FAILURE(status) || !regex) {
+        return std::nullopt;
+    }
+    const icu::UnicodeString input = text::toIcu(matched);
+    std::unique_ptr<icu::RegexMatcher> m(regex->matcher(input, status));
+    if (U_FAILURE(status) || !m || !m->find(0, status) || U_FAILURE(status)) {
+        return std::nullopt;
+    }
+    return fillIn(replacement, *m);
+}
+
 std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
     thread_local std::vector<std::uint32_t> candidates;
     filter_.candidates(candidates);
@@ -382,7 +399,7 @@ std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
             continue; // an empty match never fires
         }
         std::string matched = text::fromIcu(input.tempSubStringBetween(start, end));
-        std::string expansion = substitute(c.replacement, m);
+        std::string expansion = fillIn(c.replacement, m);
         m.reset(icu::UnicodeString()); // drop the reference to input
         int count = static_cast<int>(text::graphemeCount(matched));
         return finish(std::move(matched), std::move(expansion), trailer, count - 1, c.pattern);

@@ -97,6 +97,12 @@ public:
     /// True when fire(trigger, ...) would answer a match now; the buffer is left as it is.
     bool wouldFire(Mode trigger) const;
 
+    /// replacement with the groups of pattern as it matches the end of matched ("$1", "${n}"):
+    /// for a template that was not at hand when the match was made (a locked snippet's).
+    /// Nothing when pattern does not compile or match.
+    static std::optional<std::string> substitute(std::string_view pattern, std::string_view matched,
+                                                 std::string_view replacement);
+
 private:
     struct Compiled;
     struct Entry {

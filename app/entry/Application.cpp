@@ -58,12 +58,21 @@ private:
     std::thread thread_;
 };
 
+// A settings file that does not parse is the user's to fix; it is never written over, so every
+// setting the application would store waits until it parses again.
+void reportSettings(const JsonFilePreferences& preferences) {
+    if (preferences.isDamaged()) {
+        log(preferences.lastError() + " Quillet uses its defaults and leaves the file as it is.");
+    }
+}
+
 } // namespace
 
 int runApplication() {
     RunLoop loop;
     SignalQuit signals(loop); // before any other thread starts, so all of them block the signals
     JsonFilePreferences preferences(Folders::current().settingsFile());
+    reportSettings(preferences);
 
     std::string why;
     std::unique_ptr<Desktop> desktop = Desktop::open(loop, preferences, log, why);
@@ -87,6 +96,10 @@ int runApplication() {
     Expander engine({desktop->keys(), desktop->executor(), desktop->front(), loop},
                     {preferences, store.location(), &usage, &locked, &history});
     store.setOnChange([&engine](const std::vector<Snippet>& snippets) { engine.update(snippets); });
+    store.setOnSettingsChange([&engine, &preferences] {
+        reportSettings(preferences);
+        engine.preferencesChanged();
+    });
 
     std::string error;
     if (!engine.start(error)) {

@@ -92,7 +92,7 @@ int add(const Context& context, const std::vector<std::string>& args) {
     const std::filesystem::path file = context.location.libraryFile();
     std::string error;
     // Held from the read to the write, so a concurrent add cannot slip in between and be lost.
-    LibraryLock lock(file.parent_path());
+    LibraryLock lock(file, context.location.folders().data);
     std::optional<std::vector<Snippet>> snippets = readSnippets(context);
     if (!snippets) {
         return fail("Open Quillet once first.");
@@ -101,8 +101,11 @@ int add(const Context& context, const std::vector<std::string>& args) {
     if (abbreviation.empty() || content.empty()) {
         return fail("Give it an abbreviation and some text.");
     }
+    // The same abbreviation typed with a composed or a decomposed accent is the same one: the
+    // keyboard engine could never tell them apart.
+    const std::string composed = text::nfc(abbreviation);
     for (const Snippet& s : *snippets) {
-        if (s.abbreviation == abbreviation) {
+        if (text::nfc(s.abbreviation) == composed) {
             return fail("\u201C" + abbreviation + "\u201D is already a snippet.");
         }
     }

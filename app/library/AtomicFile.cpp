@@ -1,7 +1,13 @@
 #include "library/AtomicFile.h"
 
+#include <cctype>
 #include <cerrno>
+#include <charconv>
+#include <climits>
+#include <csignal>
+#include <ctime>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -70,6 +76,79 @@ fs::path resolvedTarget(const fs::path& path) {
     return path;
 }
 
+// The random part mkostemp fills in.
+constexpr std::size_t randomLength = 6;
+
+// A live write takes seconds at most; a temporary file this old is abandoned whoever made it.
+// This also covers names without a process id (from older versions) and process ids that mean
+// nothing here (a file synced from another computer, a reused id).
+constexpr std::time_t abandonedAfter = 10 * 60;
+
+fs::path folderOf(const fs::path& target) {
+    return target.parent_path().empty() ? fs::path(".") : target.parent_path();
+}
+
+// A hidden name beside the target keeps the rename on one file system and out of listings. The
+// writer's process id in the name tells a later writer whether the file is still being written.
+std::string temporaryPrefix(const fs::path& target) {
+    return "." + target.filename().string() + ".";
+}
+
+bool isRandomPart(std::string_view part) {
+    if (part.size() != randomLength) {
+        return false;
+    }
+    for (char c : part) {
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The process id in digits, or nothing when they are not one. Ids 0 and 1 would signal a group
+// or init: never a writer's.
+std::optional<pid_t> processId(std::string_view digits) {
+    long pid = 0;
+    auto [end, problem] = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
+    if (problem != std::errc() || end != digits.data() + digits.size() || pid <= 1 ||
+        pid > INT_MAX) {
+        return std::nullopt;
+    }
+    return static_cast<pid_t>(pid);
+}
+
+// EPERM means it exists under another user, so only ESRCH counts as gone.
+bool processIsGone(pid_t pid) {
+    return ::kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+// True when name, in target's folder, is a temporary file of target's that nobody writes any
+// more: ".<target>.<pid>.<random>" of a process that is gone, or any ".<target>.[<pid>.]<random>"
+// older than a write could take.
+bool isAbandoned(const std::string& name, const std::string& prefix, const struct stat& info) {
+    if (!S_ISREG(info.st_mode) || !name.starts_with(prefix) ||
+        name.size() < prefix.size() + randomLength) {
+        return false;
+    }
+    std::string_view rest = std::string_view(name).substr(prefix.size());
+    const std::string_view random = rest.substr(rest.size() - randomLength);
+    rest.remove_suffix(randomLength);
+    if (!isRandomPart(random)) {
+        return false;
+    }
+    const bool old = std::time(nullptr) - info.st_mtime > abandonedAfter;
+    if (rest.empty()) {
+        return old;
+    }
+    if (rest.back() != '.') {
+        return false;
+    }
+    rest.remove_suffix(1);
+    const std::optional<pid_t> writer = processId(rest);
+    return writer && (old || processIsGone(*writer));
+}
+
 void syncFolder(const fs::path& folder) {
     int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
@@ -86,10 +165,12 @@ void syncFolder(const fs::path& folder) {
 bool writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned mode,
                          std::string& error) {
     const fs::path target = resolvedTarget(path);
-    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    const fs::path folder = folderOf(target);
+    // Before the write, as a full disk may be what killed the last writer.
+    removeLeftoverTemporaries(target);
 
-    // A hidden name beside the target keeps the rename on one file system and out of listings.
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    std::string pattern =
+        (folder / (temporaryPrefix(target) + std::to_string(::getpid()) + ".XXXXXX")).string();
     std::vector<char> temporary(pattern.begin(), pattern.end());
     temporary.push_back('\0');
 
@@ -125,6 +206,23 @@ bool writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned 
     }
     syncFolder(folder);
     return true;
+}
+
+void removeLeftoverTemporaries(const fs::path& path) {
+    const fs::path target = resolvedTarget(path);
+    const fs::path folder = folderOf(target);
+    const std::string prefix = temporaryPrefix(target);
+    std::error_code ec;
+    fs::directory_iterator it(folder, ec);
+    for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
+        const std::string name = it->path().filename().string();
+        struct stat info {};
+        // lstat: a link of that name is not ours to follow or remove.
+        if (name.starts_with(prefix) && ::lstat(it->path().c_str(), &info) == 0 &&
+            isAbandoned(name, prefix, info)) {
+            ::unlink(it->path().c_str());
+        }
+    }
 }
 
 bool createFolders(const fs::path& folder, unsigned mode, std::string& error) {

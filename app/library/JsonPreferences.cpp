@@ -129,6 +129,12 @@ bool JsonFilePreferences::setValue(std::string_view key, nlohmann::json value) {
     return true;
 }
 
+nlohmann::json JsonFilePreferences::values() const {
+    std::lock_guard lock(mutex_);
+    refresh();
+    return values_;
+}
+
 bool JsonFilePreferences::isDamaged() const {
     std::lock_guard lock(mutex_);
     refresh();

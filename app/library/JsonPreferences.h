@@ -27,6 +27,9 @@ public:
     /// or when the file exists but could not be read or parsed: it is never overwritten then.
     bool setValue(std::string_view key, nlohmann::json value) override;
 
+    /// The whole object as the file holds it now; empty when missing or damaged.
+    nlohmann::json values() const override;
+
     /// True when the file exists but does not hold a JSON object.
     bool isDamaged() const;
 

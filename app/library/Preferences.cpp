@@ -43,4 +43,12 @@ bool MemoryPreferences::setValue(std::string_view key, nlohmann::json value) {
     return true;
 }
 
+nlohmann::json MemoryPreferences::values() const {
+    nlohmann::json object = nlohmann::json::object();
+    for (const auto& [key, v] : values_) {
+        object[key] = v;
+    }
+    return object;
+}
+
 } // namespace quillet

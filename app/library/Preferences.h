@@ -20,6 +20,9 @@ public:
     /// Stores value under key; a null value removes the key. False when it could not be kept.
     virtual bool setValue(std::string_view key, nlohmann::json value) = 0;
 
+    /// Every key with its value, as one object: what a change of the settings is told by.
+    virtual nlohmann::json values() const = 0;
+
     /// The boolean under key; nothing when absent or not a boolean.
     std::optional<bool> boolean(std::string_view key) const;
 
@@ -38,6 +41,7 @@ public:
 
     nlohmann::json value(std::string_view key) const override;
     bool setValue(std::string_view key, nlohmann::json value) override;
+    nlohmann::json values() const override;
 
 private:
     std::map<std::string, nlohmann::json, std::less<>> values_;

@@ -20,13 +20,6 @@ constexpr std::string_view syncedUnreadable =
     "The snippets in the synced folder can't be read, so nothing was moved. Try again once your "
     "sync tool has finished.";
 
-// A writer that was killed between creating its temporary file and renaming it leaves the file
-// behind. A live writer's is at most seconds old, so only older ones are removed.
-constexpr auto staleAfter = std::chrono::minutes(10);
-
-// The length of the random part that writeFileAtomically gives its temporary files.
-constexpr std::size_t temporarySuffix = 6;
-
 std::vector<Snippet> seedSnippets() {
     Snippet omw = Snippet::make();
     omw.abbreviation = ";omw";
@@ -40,27 +33,6 @@ std::vector<Snippet> seedSnippets() {
 bool isFolder(const fs::path& path) {
     std::error_code ec;
     return fs::is_directory(path, ec);
-}
-
-void removeStaleTemporaries(const fs::path& libraryFile) {
-    const std::string prefix = "." + libraryFile.filename().string() + ".";
-    const auto now = fs::file_time_type::clock::now();
-    std::error_code ec;
-    fs::directory_iterator it(libraryFile.parent_path(), ec);
-    for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
-        const std::string name = it->path().filename().string();
-        if (name.size() != prefix.size() + temporarySuffix || !name.starts_with(prefix)) {
-            continue;
-        }
-        std::error_code entryError;
-        if (!it->is_regular_file(entryError) || it->is_symlink(entryError)) {
-            continue;
-        }
-        auto modified = it->last_write_time(entryError);
-        if (!entryError && now - modified > staleAfter) {
-            fs::remove(it->path(), entryError);
-        }
-    }
 }
 
 // Copies the pictures of one library folder into another, each write atomic. A picture already
@@ -96,11 +68,55 @@ public:
         return key == "sync" ? nlohmann::json(sync_) : base_.value(key);
     }
     bool setValue(std::string_view, nlohmann::json) override { return false; }
+    nlohmann::json values() const override {
+        nlohmann::json all = base_.values();
+        all["sync"] = sync_;
+        return all;
+    }
 
 private:
     const Preferences& base_;
     bool sync_;
 };
+
+// The library of another place followed by the snippets of ours whose abbreviation it lacks:
+// what the user expects when two computers' libraries meet in one synced folder.
+std::vector<Snippet> merged(std::vector<Snippet> there, const std::vector<Snippet>& ours,
+                            std::size_t& added) {
+    std::unordered_set<std::string> taken;
+    for (const Snippet& snippet : there) {
+        taken.insert(snippet.abbreviation);
+    }
+    added = 0;
+    for (const Snippet& snippet : ours) {
+        if (!taken.contains(snippet.abbreviation)) {
+            there.push_back(snippet);
+            ++added;
+        }
+    }
+    return there;
+}
+
+// Keeps the bytes of a library file that is about to be written over although it did not
+// decode, in the local data folder (a copy beside it would travel with a synced folder), under
+// the first free name of "snippets.json.damaged", "snippets.json.damaged-2", ...
+void keepDamagedCopy(const fs::path& file, const fs::path& folder) {
+    FileContent content = readFile(file);
+    if (content.status != ReadStatus::ok) {
+        return;
+    }
+    std::string error;
+    createFolders(folder, 0700, error);
+    for (int n = 1; n < 1000; ++n) {
+        fs::path copy = folder / file.filename();
+        copy += n == 1 ? ".damaged" : ".damaged-" + std::to_string(n);
+        std::error_code ec;
+        if (!fs::exists(fs::symlink_status(copy, ec))) {
+            writeFileAtomically(copy, content.bytes, 0600, error);
+            return;
+        }
+    }
+}
 
 } // namespace
 
@@ -108,8 +124,8 @@ SnippetStore::SnippetStore(Preferences& preferences, FileWatcher& watcher, Sched
                            Folders folders, SharedFolderLoader loader)
     : preferences_(preferences), watcher_(watcher), scheduler_(scheduler),
       location_(preferences, std::move(folders)), loader_(std::move(loader)),
-      alive_(std::make_shared<bool>(true)) {
-    removeStaleTemporaries(location_.libraryFile());
+      settings_(preferences.values()), alive_(std::make_shared<bool>(true)) {
+    removeLeftoverTemporaries(location_.libraryFile());
     load();
     loadShared();
     watcher_.setCallback([this] { reload(); });
@@ -189,12 +205,17 @@ bool SnippetStore::save() {
     }
     const std::filesystem::path file = location_.libraryFile();
     // Held from the read to the write, as the command-line tool holds it for its additions.
-    LibraryLock lock(file.parent_path());
+    LibraryLock lock(file, location_.folders().data);
     bool adopted = false;
     if (file == knownFile_) {
         // Snippets another process added since this store last saw the file are kept, not
         // written over; one deleted here was known and stays deleted.
         LibraryRead disk = readLibrary(file);
+        if (disk.status == LibraryStatus::damaged) {
+            // Broken on disk since the last read (a hand edit gone wrong): the list in memory
+            // wins, but what the user typed into the file is kept aside, not thrown away.
+            keepDamagedCopy(file, location_.folders().data);
+        }
         for (Snippet& snippet : disk.snippets) {
             bool ours = std::any_of(snippets_.begin(), snippets_.end(),
                                     [&](const Snippet& s) { return s.id == snippet.id; });
@@ -233,6 +254,26 @@ void SnippetStore::reload() {
         return;
     }
     bool changed = false;
+    nlohmann::json settings = preferences_.values();
+    const bool settingsChanged = settings != settings_;
+    settings_ = std::move(settings);
+    if (settingsChanged && !knownFile_.empty() && location_.libraryFile() != knownFile_) {
+        changed = follow();
+    } else {
+        changed = readAgain();
+    }
+    changed = loadShared() || changed;
+    watchAgain();
+    if (changed) {
+        notify();
+    }
+    if (settingsChanged && onSettingsChange_) {
+        onSettingsChange_();
+    }
+}
+
+bool SnippetStore::readAgain() {
+    bool changed = false;
     LibraryRead read = readLibrary(location_.libraryFile());
     switch (read.status) {
     case LibraryStatus::ok:
@@ -252,16 +293,53 @@ void SnippetStore::reload() {
     case LibraryStatus::damaged:
     case LibraryStatus::unreadable:
         // Half written by someone else, or broken by hand: keep working with the list in
-        // memory, but do not write over what is there.
-        canSave_ = false;
+        // memory, and keep saving it, so an edit made now is not lost.
         problem_ = std::move(read.message);
         break;
     }
-    changed = loadShared() || changed;
-    watchAgain();
-    if (changed) {
-        notify();
+    return changed;
+}
+
+bool SnippetStore::follow() {
+    const fs::path from = knownFile_.parent_path();
+    const fs::path file = location_.libraryFile();
+    LibraryRead there = readLibrary(file);
+    switch (there.status) {
+    case LibraryStatus::ok: {
+        canSave_ = true;
+        problem_.clear();
+        rememberOnDisk(there.snippets);
+        std::size_t added = 0;
+        std::vector<Snippet> result = merged(std::move(there.snippets), snippets_, added);
+        const bool changed = result != snippets_;
+        snippets_ = std::move(result);
+        copyImages(from / "images", location_.imagesFolder());
+        if (added > 0) {
+            save();
+        }
+        return changed;
     }
+    case LibraryStatus::missing:
+        if (canSave_) {
+            std::string error;
+            createFolders(location_.imagesFolder(), 0700, error);
+            copyImages(from / "images", location_.imagesFolder());
+            save();
+        }
+        return false;
+    case LibraryStatus::damaged:
+    case LibraryStatus::unreadable:
+        // Someone else's library that does not read yet: never written over.
+        knownFile_ = file;
+        canSave_ = false;
+        problem_ = std::move(there.message);
+        return false;
+    }
+    return false;
+}
+
+void SnippetStore::setOnSettingsChange(std::function<void()> callback) {
+    onSettingsChange_ = std::move(callback);
 }
 
 std::vector<std::string> SnippetStore::sharedFolders() const {
@@ -311,7 +389,7 @@ void SnippetStore::removeSharedFolder(const std::string& folder) {
 }
 
 std::vector<fs::path> SnippetStore::watchedPaths() const {
-    std::vector<fs::path> paths{location_.folder()};
+    std::vector<fs::path> paths{location_.folder(), location_.settingsFile()};
     for (const std::string& folder : sharedFolders()) {
         // A relative path would depend on the working folder; the settings screen stores
         // absolute ones.
@@ -381,19 +459,9 @@ std::optional<std::string> SnippetStore::setSync(bool on) {
 
     std::vector<Snippet> result = snippets_;
     if (there.status == LibraryStatus::ok) {
-        std::unordered_set<std::string> taken;
-        for (const Snippet& snippet : there.snippets) {
-            taken.insert(snippet.abbreviation);
-        }
         const std::size_t fromThere = there.snippets.size();
-        result = std::move(there.snippets);
         std::size_t added = 0;
-        for (const Snippet& snippet : snippets_) {
-            if (!taken.contains(snippet.abbreviation)) {
-                result.push_back(snippet);
-                ++added;
-            }
-        }
+        result = merged(std::move(there.snippets), snippets_, added);
         // Both counts, zeros included: "0 of yours were added" is exactly what the user needs to
         // hear when every abbreviation of theirs was already in the synced library.
         message = std::to_string(fromThere) + " came from the synced folder; " +

@@ -20,9 +20,13 @@ namespace quillet {
 /// file, saves every change, reads the file again when it changes on disk, moves the library in
 /// and out of the synced folder and keeps the read-only shared folders. Main thread only.
 ///
-/// A library file that exists but cannot be read or decoded is never written over: the store
-/// starts empty with canSave() false and stays so, whatever is edited, until the file reads
-/// again.
+/// A library file that exists but cannot be read or decoded at start is never written over: the
+/// store starts empty with canSave() false and stays so, whatever is edited, until the file reads
+/// again. One that breaks later, while the store holds a list, does not stop saving: an edit
+/// then writes the list, and the broken file is first copied to the local data folder.
+///
+/// The settings file is watched with the library: a change of the synced folder moves the
+/// library there (merged with one found there), and the settings callback tells the others.
 class SnippetStore {
 public:
     /// The snippets of one shared folder.
@@ -69,9 +73,13 @@ public:
     bool save();
 
     /// Reads the library file again and takes it when it differs from the list, then reloads
-    /// the shared folders. A file that does not decode leaves the list as it is and stops saves
-    /// until it does. Called from another thread, it runs later on the main thread.
+    /// the shared folders; follows the library when the settings moved it. A file that does not
+    /// decode leaves everything as it is. Called from another thread, it runs later on the main
+    /// thread.
     void reload();
+
+    /// Sets what is called, after the store took them in, when the settings file changed.
+    void setOnSettingsChange(std::function<void()> callback);
 
     /// Loads every folder under "sharedFolders" again, and watches the current set of folders.
     void reloadShared();
@@ -101,6 +109,8 @@ public:
 
 private:
     void load();
+    bool readAgain();
+    bool follow();
     bool loadShared();
     void notify();
     std::vector<std::string> sharedFolders() const;
@@ -117,6 +127,8 @@ private:
     std::vector<Snippet> snippets_;
     std::vector<SharedPack> shared_;
     ChangeCallback onChange_;
+    std::function<void()> onSettingsChange_;
+    nlohmann::json settings_; // the settings as last seen, to tell a change of them
     bool isNew_ = false;
     bool canSave_ = true;
     std::string problem_;

@@ -314,6 +314,21 @@ std::string usageText::recentTitle(int days) {
     return "Used in the last " + std::to_string(days) + " days, latest first";
 }
 
+void Usage::add(const Usage& other) {
+    expansions += other.expansions;
+    characters += other.characters;
+    for (const auto& [id, use] : other.uses) {
+        auto [it, inserted] = uses.try_emplace(id, use);
+        if (inserted || use.count == 0) {
+            continue; // a seed says nothing about an entry that already ages from its own date
+        }
+        it->second.count += use.count;
+        if (it->second.last < use.last) {
+            it->second.last = use.last;
+        }
+    }
+}
+
 std::string encodeUsage(const Usage& usage) {
     json uses = json::array();
     for (const auto& [id, use] : usage.uses) {
@@ -421,16 +436,24 @@ Usage UsageFile::load() {
     return {};
 }
 
-bool UsageFile::save(const Usage& usage) {
+bool UsageFile::save(Usage& usage) {
     switch (status_) {
     case Status::notLoaded:
         error_ = "The usage file " + quote(path_) + " was not read yet, so it is left as it is.";
         return false;
     case Status::unreadable:
-    case Status::damaged:
-        error_ = "The usage file " + quote(path_) +
-                 " could not be read or set aside, so it is left as it is.";
-        return false;
+    case Status::damaged: {
+        // What was counted since the failed load is a delta on top of whatever the file holds.
+        Usage disk = load();
+        if (status_ == Status::unreadable || status_ == Status::damaged) {
+            error_ = "The usage file " + quote(path_) +
+                     " could not be read or set aside, so it is left as it is.";
+            return false;
+        }
+        disk.add(usage);
+        usage = std::move(disk);
+        break;
+    }
     case Status::missing:
     case Status::ok:
     case Status::setAside:

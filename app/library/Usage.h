@@ -45,6 +45,11 @@ struct Usage {
     /// Starts the ageing of snippets that have no entry yet; existing entries stay as they are.
     void seed(const std::vector<Uuid>& ids, Date at);
 
+    /// Adds the counts of a record kept apart (a session's, while the file could not be read):
+    /// totals and counts add up, the later use wins, and an entry that was only seeded there
+    /// leaves an existing one alone.
+    void add(const Usage& other);
+
     /// The snippets, in their order, that are live, have an abbreviation and were last used
     /// before the moment given; a snippet without an entry is never stale.
     std::vector<Snippet> stale(const std::vector<Snippet>& snippets, Date before) const;
@@ -103,7 +108,8 @@ std::optional<Usage> decodeUsage(std::string_view bytes, std::string& error);
 
 /// The usage file of one computer. A file that cannot be read is never replaced, and one that
 /// does not decode is first moved aside (to "usage.json.damaged", numbered if taken), so a save
-/// never destroys statistics that could still be recovered by hand.
+/// never destroys statistics that could still be recovered by hand. Once such a file reads again,
+/// the counts gathered meanwhile are added to it rather than lost.
 class UsageFile {
 public:
     /// How the last load ended.
@@ -122,10 +128,11 @@ public:
     /// Reads the record; an empty one when the file is missing or not usable (see status()).
     Usage load();
 
-    /// Replaces the file atomically (mode 0600), creating its folder (mode 0700). False, with
-    /// lastError() set, when the write failed or was refused because the file on disk was not
-    /// (or could not be) read first.
-    bool save(const Usage& usage);
+    /// Replaces the file atomically (mode 0600), creating its folder (mode 0700). When the last
+    /// load could not use the file, it is read again first and, once it reads, its record is
+    /// added to usage (which then holds the whole history). False, with lastError() set, when
+    /// the write failed or was refused because the file on disk still cannot be read.
+    bool save(Usage& usage);
 
     /// How the last load ended.
     Status status() const { return status_; }

@@ -1,5 +1,6 @@
 #include "render/Payload.h"
 
+#include "image/PngImage.h"
 #include "library/AtomicFile.h"
 #include "library/Text.h"
 
@@ -19,6 +20,8 @@ constexpr std::array<std::string_view, 3> plainTextTypes = {"text/plain;charset=
 // cross-platform one, which the clipboard history also skips.
 constexpr std::string_view passwordHintType = "x-kde-passwordManagerHint";
 constexpr std::string_view transientType = "org.nspasteboard.TransientType";
+
+constexpr std::string_view pngType = "image/png";
 
 // The parser sees the text as one line between two vertical tabs, with every line break turned
 // into a vertical tab too. Block syntax only exists at the start of a line, so none is found,
@@ -313,7 +316,11 @@ Payload Payload::make(std::string text, const Snippet* snippet, const LibraryLoc
         FileContent content = readFile(*file);
         if (content.status == ReadStatus::ok) {
             if (std::optional<std::string> type = imageType(content.bytes)) {
-                payload.image = Image{std::move(*type), std::move(content.bytes)};
+                // A file that does not decode is still offered as it is: the application
+                // pasting it may read it better than Qt does.
+                std::optional<std::string> png =
+                    *type == pngType ? std::nullopt : toPng(content.bytes);
+                payload.image = Image{std::move(*type), std::move(content.bytes), std::move(png)};
             }
         }
     }
@@ -361,7 +368,7 @@ std::optional<std::string> Payload::markdown(std::string_view text) {
 std::optional<std::string> Payload::imageType(std::string_view bytes) {
     auto startsWith = [&](std::string_view magic) { return bytes.starts_with(magic); };
     if (startsWith("\x89PNG\r\n\x1A\n")) {
-        return "image/png";
+        return std::string(pngType);
     }
     if (startsWith("\xFF\xD8\xFF")) {
         return "image/jpeg";
@@ -389,7 +396,13 @@ std::optional<std::string> Payload::imageType(std::string_view bytes) {
 std::vector<ClipboardItem> Payload::items() const {
     std::vector<ClipboardItem> items;
     if (image) {
+        // The file's own bytes first: an application that takes the first type it knows gets
+        // the original (animation, the photograph's smaller encoding), one that reads only PNG
+        // still finds it.
         items.push_back({image->type, image->data});
+        if (image->png) {
+            items.push_back({std::string(pngType), *image->png});
+        }
     } else {
         if (styled) {
             items.push_back({"text/html", htmlDocument(*styled)});

@@ -14,10 +14,12 @@ namespace quillet {
 /// What one paste puts on the clipboard: the rendered text, optionally a styled version of it
 /// made from Markdown, and optionally a picture that is pasted instead of the text.
 struct Payload {
-    /// A picture as its file's bytes and the MIME type they are in.
+    /// A picture as its file's bytes and the MIME type they are in, with a PNG copy when the
+    /// file is in another format, since many applications paste PNG only.
     struct Image {
         std::string type; ///< "image/png", "image/jpeg", ...
         std::string data;
+        std::optional<std::string> png; ///< the same picture, when type is another that decodes
 
         bool operator==(const Image&) const = default;
     };
@@ -28,7 +30,8 @@ struct Payload {
 
     /// The payload for text rendered from snippet (may be null, as for a plain piece of a
     /// template split at key presses): its picture when it names a readable one in the images
-    /// folder, else styled text when it is marked Markdown.
+    /// folder (converted to PNG here, once, rather than at each request), else styled text when
+    /// it is marked Markdown.
     static Payload make(std::string text, const Snippet* snippet, const LibraryLocation& location);
 
     /// The inline Markdown of text (emphasis, strong emphasis, code spans, links) as an HTML

@@ -114,8 +114,8 @@ const char* shellPath() {
     return ::access("/bin/zsh", X_OK) == 0 ? "/bin/zsh" : "/bin/sh";
 }
 
-// Starts the shell with content as its script, standard output into outputEnd, standard error
-// into the null device, in a process group of its own. The pid, or -1 when it could not start.
+// Starts the shell with content as its script, standard output into outputEnd, standard input
+// and error on the null device, in a session of its own. The pid, or -1 when it could not start.
 pid_t spawnShell(const std::string& content, int outputEnd) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
@@ -126,20 +126,24 @@ pid_t spawnShell(const std::string& content, int outputEnd) {
         ::posix_spawn_file_actions_destroy(&actions);
         return -1;
     }
+    // Nothing to read: a command that reads standard input gets its end at once instead of
+    // waiting for input nobody will type.
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     ::posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
     ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    // A group of its own so that a time-out reaches everything the script started. Signal mask
-    // and ignored signals are reset: the application's choices (say, ignoring SIGPIPE) must not
-    // change how a pipeline in the script behaves.
+    // A session of its own, which is also a process group, so that a time-out reaches
+    // everything the script started. Without the caller's terminal, run from `snippets expand`
+    // in a shell, nothing in the script can be stopped for touching it (SIGTTIN, SIGTTOU) and
+    // hang until the limit. Signal mask and ignored signals are reset: the application's choices
+    // (say, ignoring SIGPIPE) must not change how a pipeline in the script behaves.
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
     sigfillset(&all);
-    ::posix_spawnattr_setpgroup(&attributes, 0);
     ::posix_spawnattr_setsigmask(&attributes, &none);
     ::posix_spawnattr_setsigdefault(&attributes, &all);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
-                                                POSIX_SPAWN_SETSIGDEF);
+    ::posix_spawnattr_setflags(&attributes,
+                               POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
     std::string shell = shellPath();
     std::string option = "-c";

@@ -550,9 +550,11 @@ class Includer {
 public:
     explicit Includer(const std::vector<Snippet>& library) : library_(library) {}
 
-    std::string expand(std::string_view text, std::vector<std::string_view>& path) {
+    // path holds the open abbreviations in NFC, so a loop through the other form ends too.
+    std::string expand(std::string_view text, std::vector<std::string>& path) {
         return includePattern().replace(text, [&](const TokenMatch& m) {
-            std::string_view name = m.group(1).value_or("");
+            // Composed or decomposed, an accent names the same snippet, as when typed.
+            std::string name = text::nfc(m.group(1).value_or(""));
             const Snippet* snippet = nullptr;
             if (path.size() < Tokens::includeLimit &&
                 std::find(path.begin(), path.end(), name) == path.end()) {
@@ -562,7 +564,7 @@ public:
                 return std::string(m.whole);
             }
             budget_ -= snippet->content.size();
-            path.push_back(name);
+            path.push_back(std::move(name));
             std::string included = expand(snippet->content, path);
             path.pop_back();
             return included;
@@ -574,19 +576,25 @@ private:
         return s.kind == Snippet::Kind::text && !s.regex && !s.archived && !s.locked;
     }
 
-    // The first snippet in library order that may be included under this abbreviation. A few
-    // lookups scan the library; a template with many includes gets an index, so that the cost
-    // stays linear in the library however many tokens there are.
-    const Snippet* find(std::string_view abbreviation) {
+    // Whether abbreviation, in NFC, is the one s has in whichever normal form.
+    static bool named(const Snippet& s, std::string_view abbreviation) {
+        return s.abbreviation == abbreviation ||
+               (!text::isNfc(s.abbreviation) && text::nfc(s.abbreviation) == abbreviation);
+    }
+
+    // The first snippet in library order that may be included under this abbreviation (in NFC).
+    // A few lookups scan the library; a template with many includes gets an index, so that the
+    // cost stays linear in the library however many tokens there are.
+    const Snippet* find(const std::string& abbreviation) {
         if (scans_ < scansBeforeIndex) {
             ++scans_;
             auto it = std::find_if(library_.begin(), library_.end(), [&](const Snippet& s) {
-                return s.abbreviation == abbreviation && includable(s);
+                return named(s, abbreviation) && includable(s);
             });
             if (scans_ == scansBeforeIndex) {
                 for (const Snippet& s : library_) {
                     if (includable(s)) {
-                        index_.try_emplace(s.abbreviation, &s);
+                        index_.try_emplace(text::nfc(s.abbreviation), &s);
                     }
                 }
             }
@@ -601,7 +609,7 @@ private:
     const std::vector<Snippet>& library_;
     std::size_t budget_ = includeBudget;
     int scans_ = 0;
-    std::unordered_map<std::string_view, const Snippet*> index_;
+    std::unordered_map<std::string, const Snippet*> index_;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -689,7 +697,10 @@ std::optional<Date> Tokens::relativeDate(std::string_view phrase, const RenderCo
 
 std::string Tokens::includes(std::string_view text, const std::set<std::string>& visited,
                              const std::vector<Snippet>& library) {
-    std::vector<std::string_view> path(visited.begin(), visited.end());
+    std::vector<std::string> path;
+    for (const std::string& abbreviation : visited) {
+        path.push_back(text::nfc(abbreviation));
+    }
     return Includer(library).expand(text, path);
 }
 

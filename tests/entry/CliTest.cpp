@@ -186,6 +186,7 @@ TEST_F(CliTest, AddKeepsTheTextAsGiven) {
 
 TEST_F(CliTest, AddRefusals) {
     add(";old", "x").archived = true;
+    add("caf\u00e9", "coffee");
     save();
     struct Case {
         std::vector<std::string> args;
@@ -197,6 +198,7 @@ TEST_F(CliTest, AddRefusals) {
              {{"add", " \n"}, "text", "Give it an abbreviation and some text.\n"},
              {{"add", ";e"}, "", "Give it an abbreviation and some text.\n"},
              {{"add", ";old", "y"}, "", "\u201C;old\u201D is already a snippet.\n"},
+             {{"add", "cafe\u0301", "y"}, "", "\u201Ccafe\u0301\u201D is already a snippet.\n"},
              {{"add", ";c", "{clipboard:2}"},
               "",
               "Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} are added in Quillet's "
@@ -215,11 +217,14 @@ TEST_F(CliTest, AddRefusals) {
         }
         EXPECT_EQ(r.out, "");
     }
-    EXPECT_EQ(saved().size(), 1u);
+    EXPECT_EQ(saved().size(), 2u);
 }
 
-TEST_F(CliTest, ConcurrentAddsLoseNothing) {
+TEST_F(CliTest, ConcurrentAddsLoseNothingAndLockNothingInTheSyncedFolder) {
+    setting(R"({"sync": true, "syncFolder": "~/Sync"})");
+    libraryFile = home / "Sync/Quillet/snippets.json";
     save();
+    testing::writeText(libraryFile.parent_path() / ".snippets.lock", ""); // an older version's
     constexpr int perWriter = 25;
     auto writer = [&](const std::string& prefix) {
         for (int i = 0; i < perWriter; ++i) {
@@ -231,6 +236,8 @@ TEST_F(CliTest, ConcurrentAddsLoseNothing) {
     a.join();
     b.join();
     EXPECT_EQ(saved().size(), 2u * perWriter);
+    EXPECT_EQ(testing::entriesOf(libraryFile.parent_path()),
+              std::vector<std::string>{"snippets.json"});
 }
 
 TEST_F(CliTest, AdditionsSurviveTheApplicationsNextSave) {

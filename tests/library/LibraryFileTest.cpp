@@ -1,7 +1,9 @@
 #include "library/LibraryFile.h"
 
+#include "library/AtomicFile.h"
 #include "support/TempFolder.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 
 namespace quillet {
@@ -96,6 +98,55 @@ TEST(LibraryFile, TellsMissingDamagedAndUnreadableApartAndLeavesThemAlone) {
                read.message.find("Permission denied") == std::string::npos;
     };
     EXPECT_EQ(asNobody(deniedAsNobody), 0);
+}
+
+// Another process writing the same file must never lose its temporary file to the clean-up.
+TEST(AtomicFile, TheNextWriteOrStartRemovesOnlyWhatDeadWritersLeft) {
+    const pid_t dead = ::fork();
+    if (dead == 0) {
+        ::_exit(0);
+    }
+    ::waitpid(dead, nullptr, 0);
+    const std::string gone = std::to_string(dead), live = std::to_string(::getppid());
+    const std::pair<std::string, bool> cases[] = {
+        {".usage.json." + gone + ".Ab3dE9", false},
+        {".usage.json." + live + ".Ab3dE9", true},
+        {".usage.json." + live + ".Old123", false}, // older than any write takes
+        {".usage.json.Fresh1", true},               // an older version's, not yet stale
+        {".usage.json.bak", true},
+        {".usage.json.x" + gone + ".Ab3dE9", true},
+        {"usage.json." + gone + ".Ab3dE9", true},
+        {".other.json." + gone + ".Ab3dE9", true},
+    };
+    for (bool start : {false, true}) {
+        TempFolder temp;
+        auto file = temp / "usage.json";
+        std::vector<std::string> expected{"usage.json"};
+        for (const auto& [name, kept] : cases) {
+            writeText(temp / name, "x");
+            if (kept) {
+                expected.push_back(name);
+            }
+        }
+        std::filesystem::last_write_time(temp / cases[2].first,
+                                         std::filesystem::file_time_type::clock::now() -
+                                             std::chrono::hours(1));
+        // Links and folders under such names are not ours.
+        std::filesystem::create_directory(temp / (".usage.json." + gone + ".Folder"));
+        std::filesystem::create_symlink(file, temp / (".usage.json." + gone + ".Link12"));
+        expected.push_back(".usage.json." + gone + ".Folder");
+        expected.push_back(".usage.json." + gone + ".Link12");
+        std::sort(expected.begin(), expected.end());
+
+        std::string error;
+        if (start) {
+            writeText(file, "{}");
+            removeLeftoverTemporaries(file);
+        } else {
+            ASSERT_TRUE(writeFileAtomically(file, "{}", 0600, error)) << error;
+        }
+        EXPECT_EQ(entriesOf(temp.path()), expected) << "at start: " << start;
+    }
 }
 
 } // namespace

@@ -106,8 +106,58 @@ TEST_F(StoreTest, ADamagedLibraryIsNeverWrittenUntilItReadsAgain) {
         repaired.push_back(snippet(";more"));
         store->setSnippets(repaired);
         EXPECT_EQ(readLibrary(localFile).snippets, repaired);
+
+        // Broken again while the store holds a list: everything stays as it is, saving too,
+        // and the broken file is kept aside before an edit writes over it.
+        writeText(localFile, bad);
+        watcher.trigger();
+        EXPECT_TRUE(store->canSave());
+        EXPECT_EQ(store->snippets(), repaired);
+        repaired.push_back(snippet(";after"));
+        store->setSnippets(repaired);
+        EXPECT_EQ(readLibrary(localFile).snippets, repaired);
+        EXPECT_EQ(contentsOf(localFile.string() + ".damaged"), bad);
         fs::remove(localFile);
+        fs::remove(localFile.string() + ".damaged");
     }
+}
+
+TEST_F(StoreTest, AChangedSettingsFileMovesTheLibraryReloadsSharedFoldersAndIsPassedOn) {
+    writeText(localFile, encodeLibrary(mine));
+    auto store = makeStore([](const std::string& folder) {
+        return SnippetStore::SharedPack{folder, {snippet(";team")}, 0};
+    });
+    int settingsChanges = 0;
+    store->setOnSettingsChange([&] { ++settingsChanges; });
+    EXPECT_EQ(watcher.paths(), (std::vector<fs::path>{folders.data, folders.settingsFile()}));
+    watcher.trigger(); // the library folder changed, the settings did not
+    EXPECT_EQ(settingsChanges, 0);
+
+    preferences.setValue("sharedFolders", {"/team"});
+    watcher.trigger();
+    EXPECT_EQ(settingsChanges, 1);
+    EXPECT_EQ(told.back().abbreviation, ";team");
+    EXPECT_EQ(watcher.paths().back(), "/team");
+
+    // Sync switched on by hand: the library moves into the empty synced folder with its images.
+    writeText(images / "logo.png", "logo");
+    preferences.setValue("sync", true);
+    watcher.trigger();
+    EXPECT_EQ(readLibrary(syncedFile).snippets, mine);
+    EXPECT_EQ(contentsOf(syncedImages / "logo.png"), "logo");
+    EXPECT_EQ(watcher.paths().front(), synced / "Quillet");
+
+    // Off, and on again where another computer has written meanwhile: the two are merged.
+    preferences.setValue("sync", false);
+    watcher.trigger();
+    std::vector<Snippet> theirs{snippet(";b", "their b"), snippet(";c")};
+    writeText(syncedFile, encodeLibrary(theirs));
+    preferences.setValue("sync", true);
+    watcher.trigger();
+    const std::vector<Snippet> both{theirs[0], theirs[1], mine[0]};
+    EXPECT_EQ(store->snippets(), both);
+    EXPECT_EQ(readLibrary(syncedFile).snippets, both);
+    EXPECT_EQ(settingsChanges, 4);
 }
 
 TEST_F(StoreTest, SharedSnippetsFollowOwnOnesAndGiveWayToTheirAbbreviations) {
@@ -132,7 +182,8 @@ TEST_F(StoreTest, SharedSnippetsFollowOwnOnesAndGiveWayToTheirAbbreviations) {
     store->removeSharedFolder("/team/one");
     EXPECT_EQ(preferences.value("sharedFolders"), nlohmann::json({"relative/two", "/team/three"}));
     // A relative path would depend on the working folder: it is read but not watched.
-    EXPECT_EQ(watcher.paths(), (std::vector<fs::path>{folders.data, "/team/three"}));
+    EXPECT_EQ(watcher.paths(),
+              (std::vector<fs::path>{folders.data, folders.settingsFile(), "/team/three"}));
     EXPECT_EQ(told, (std::vector<Snippet>{own[0], own[1], mySig, hi, added}));
     store.reset();
     EXPECT_TRUE(!watcher.hasCallback() && watcher.paths().empty()) << "nothing left behind";

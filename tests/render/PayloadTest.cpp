@@ -4,6 +4,8 @@
 #include "render/ClipboardHistory.h"
 #include "support/TempFolder.h"
 
+#include <QBuffer>
+#include <QImage>
 #include <gtest/gtest.h>
 
 namespace quillet {
@@ -65,6 +67,71 @@ TEST_F(PayloadMake, AMarkdownSnippetWithAPicturePastesOnlyThePicture) {
     EXPECT_EQ(board.data("image/png"), png);
     EXPECT_FALSE(board.text());
     EXPECT_FALSE(board.data("text/html"));
+}
+
+// A picture in format, encoded here with Qt.
+std::string encoded(const QImage& image, const char* format) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    EXPECT_TRUE(image.save(&buffer, format)) << format;
+    return bytes.toStdString();
+}
+
+// A JPEG file with an Exif block saying that viewers turn it a quarter clockwise (Qt's writer
+// turns the pixels instead of writing the tag).
+std::string turnedJpeg(const QImage& image) {
+    const std::string exif = "\xFF\xE1\0\x22"          // APP1 and its length
+                             "Exif\0\0MM\0*\0\0\0\x08" // big-endian TIFF, first directory
+                             "\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0" // Orientation = 6
+                             "\0\0\0\0"s;
+    return encoded(image, "jpeg").insert(2, exif);
+}
+
+TEST_F(PayloadMake, APictureInAnotherFormatIsAlsoOfferedAsPng) {
+    QImage wide(6, 2, QImage::Format_RGB32);
+    wide.fill(qRgb(200, 40, 60));
+    // One red pixel on a one-colour palette, written out by hand: Qt cannot write GIF.
+    const std::string gif =
+        "GIF89a\x01\0\x01\0\x80\0\0\xFF\0\0\0\0\0,\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0;"s;
+    const struct {
+        const char* file;
+        std::string bytes;
+        std::string type;
+        QSize size; // of the PNG, empty for none
+        QRgb pixel;
+    } cases[] = {
+        {"photo.jpg", encoded(wide, "jpeg"), "image/jpeg", {6, 2}, qRgb(200, 40, 60)},
+        {"scan.bmp", encoded(wide, "bmp"), "image/bmp", {6, 2}, qRgb(200, 40, 60)},
+        {"dot.gif", gif, "image/gif", {1, 1}, qRgb(255, 0, 0)},
+        {"art.webp", encoded(wide, "webp"), "image/webp", {6, 2}, qRgb(200, 40, 60)},
+        {"fax.tiff", encoded(wide, "tiff"), "image/tiff", {6, 2}, qRgb(200, 40, 60)},
+        // The PNG shows the photograph as viewers do, upright.
+        {"turned.jpg", turnedJpeg(wide), "image/jpeg", {2, 6}, qRgb(200, 40, 60)},
+        // What Qt cannot decode is still offered as it is.
+        {"broken.jpg", "\xFF\xD8\xFF\xE0 not really a photograph"s, "image/jpeg", {}, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        addImage(c.file, c.bytes);
+        const Snippet s = snippet(false, c.file);
+        const Items items = Payload::make("text", &s, location_).items();
+        ASSERT_EQ(items.size(), c.size.isEmpty() ? 3u : 4u);
+        EXPECT_EQ(items[0], (ClipboardItem{c.type, c.bytes}));
+        EXPECT_EQ(Items(items.end() - 2, items.end()), (Items{hint, transient}));
+        if (c.size.isEmpty()) {
+            continue;
+        }
+        EXPECT_EQ(items[1].type, "image/png");
+        QImage decoded;
+        ASSERT_TRUE(decoded.loadFromData(QByteArray::fromStdString(items[1].data), "png"));
+        EXPECT_EQ(decoded.size(), c.size);
+        // JPEG and WebP are lossy; a flat colour comes back within a few steps.
+        const QRgb seen = decoded.pixel(decoded.width() - 1, decoded.height() - 1);
+        EXPECT_NEAR(qRed(seen), qRed(c.pixel), 4);
+        EXPECT_NEAR(qGreen(seen), qGreen(c.pixel), 4);
+        EXPECT_NEAR(qBlue(seen), qBlue(c.pixel), 4);
+    }
 }
 
 TEST_F(PayloadMake, APictureThatCannotBeUsedLeavesTheText) {
@@ -134,7 +201,7 @@ TEST(PayloadWrite, TheClipboardHistoryLeavesPastedPayloadsOut) {
     board.copyText("copied by the user");
     history.poll();
     for (const Payload& payload : {Payload{"plain", {}, {}}, Payload{"*s*", "<em>s</em>", {}},
-                                   Payload{"", {}, Payload::Image{"image/png", png}}}) {
+                                   Payload{"", {}, Payload::Image{"image/gif", "GIF89a", png}}}) {
         payload.write(board);
         history.poll();
     }

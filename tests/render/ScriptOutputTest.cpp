@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <thread>
@@ -26,6 +28,32 @@ bool stopped(const std::filesystem::path& pidFile, bool mustBeCollected) {
     auto stat = testing::contentsOf(
         "/proc/" + std::to_string(std::stoi(testing::contentsOf(pidFile))) + "/stat");
     return stat.empty() || (!mustBeCollected && stat.find(") Z") != std::string::npos);
+}
+
+// First in the file: the check forks, best before other cases have left threads behind.
+TEST(ScriptOutput, AScriptRunFromATerminalIsNeverStoppedByIt) {
+    // As `snippets expand` typed in a terminal: the caller leads a session whose controlling
+    // terminal is its standard input. A script touching that terminal from outside the
+    // foreground group would be stopped and give nothing at the limit.
+    const std::pair<const char*, const char*> cases[] = {
+        {"cat; echo read", "read"},
+        {"cat </dev/tty; echo tried", "tried"},
+    };
+    for (const auto& [script, expected] : cases) {
+        int status = testing::inChild([&, script = script, expected = expected] {
+            int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+            if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0 ||
+                ::setsid() < 0) {
+                return 90;
+            }
+            int input = ::open(::ptsname(terminal), O_RDWR); // becomes the controlling terminal
+            if (input < 0 || ::dup2(input, STDIN_FILENO) < 0) {
+                return 91;
+            }
+            return run(Kind::shell, script) == expected ? 0 : 1;
+        });
+        EXPECT_EQ(status, 0) << script;
+    }
 }
 
 TEST(ScriptOutput, ResultsOfEachKindInTheApplicationsSurroundings) {

@@ -160,5 +160,23 @@ TEST(TokensIncludes, FirstPlainSnippetOfThatAbbreviationFiveDeepNoRepeatsBounded
     EXPECT_NE(out.find("{snippet:"), std::string::npos);
 }
 
+TEST(TokensIncludes, EitherNormalFormOfAnAccentNamesTheSameSnippet) {
+    const std::string composed = "caf\u00e9", decomposed = "cafe\u0301";
+    for (const auto& [stored, named] : {std::pair(composed, decomposed), {decomposed, composed}}) {
+        // It includes itself through the other form: the path must see the loop.
+        const std::string self = "{snippet:" + named + "}";
+        std::vector<Snippet> library{snippet("Caf\u00e9", "upper"),
+                                     snippet(stored, "coffee" + self)};
+        // Past a handful of lookups the library is indexed; the rule must not change.
+        std::string many, expected;
+        for (int i = 0; i < 10; ++i) {
+            many += self;
+            expected += "coffee" + self;
+        }
+        EXPECT_EQ(Tokens::includes(many, {}, library), expected) << stored;
+        EXPECT_EQ(Tokens::includes(self, {stored}, library), self) << stored;
+    }
+}
+
 } // namespace
 } // namespace quillet
