@@ -60,10 +60,12 @@ private:
 
 // A settings file that does not parse is the user's to fix; it is never written over, so every
 // setting the application would store waits until it parses again.
-void reportSettings(const JsonFilePreferences& preferences) {
+bool reportSettings(const JsonFilePreferences& preferences) {
     if (preferences.isDamaged()) {
         log(preferences.lastError() + " Quillet uses its defaults and leaves the file as it is.");
+        return false;
     }
+    return true;
 }
 
 } // namespace
@@ -97,7 +99,9 @@ int runApplication() {
                     {preferences, store.location(), &usage, &locked, &history});
     store.setOnChange([&engine](const std::vector<Snippet>& snippets) { engine.update(snippets); });
     store.setOnSettingsChange([&engine, &preferences] {
-        reportSettings(preferences);
+        if (reportSettings(preferences)) {
+            log("settings changed");
+        }
         engine.preferencesChanged();
     });
 

@@ -132,7 +132,7 @@ bool JsonFilePreferences::setValue(std::string_view key, nlohmann::json value) {
 nlohmann::json JsonFilePreferences::values() const {
     std::lock_guard lock(mutex_);
     refresh();
-    return values_;
+    return state_ == State::damaged || state_ == State::unreadable ? nlohmann::json() : values_;
 }
 
 bool JsonFilePreferences::isDamaged() const {

@@ -27,7 +27,8 @@ public:
     /// or when the file exists but could not be read or parsed: it is never overwritten then.
     bool setValue(std::string_view key, nlohmann::json value) override;
 
-    /// The whole object as the file holds it now; empty when missing or damaged.
+    /// The whole object as the file holds it now: empty when missing, null when it cannot be
+    /// used, so that a file breaking counts as a change.
     nlohmann::json values() const override;
 
     /// True when the file exists but does not hold a JSON object.

@@ -125,6 +125,14 @@ TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
          "a:smile:",
          {"erase 7", "insert \"\xF0\x9F\x98\x84\"", "finish"},
          {"erase 6", "insert \"\xF0\x9F\x98\x84\"", "finish"}},
+        {"symbol-set entries are templates: the caret lands between the tags",
+         {},
+         {{"typo.html", true}, {"typo.css", true}},
+         "<p>mt\t",
+         {"erase 3", "insert \"<p></p>\"", "left 4", "finish", "erase 2",
+          "insert \"margin-top: ;\"", "left 1", "finish"},
+         {"erase 2", "insert \"<p></p>\"", "left 4", "finish", "erase 2",
+          "insert \"margin-top: ;\"", "left 1", "finish"}},
         {"Tab fires while grabbed and is swallowed",
          {tabbed},
          none,
@@ -419,6 +427,15 @@ TEST(ExpanderAsync, LockedSnippetsExpandOnlyOnceTheOwnerConfirms) {
     h.engine->update({bank});
     EXPECT_EQ(h.typed(";bank"), (Lines{"erase 5", "insert \"IBAN X\"", "left 1", "finish"}));
     EXPECT_EQ(h.auth.reasons, Lines{pasteReason(";bank")});
+
+    // A locked pattern fills in its groups once its text is known.
+    Snippet ticket = with(snippet("#(\\d+)!", ""), [](Snippet& s) {
+        s.locked = true;
+        s.regex = true;
+    });
+    h.secrets.items[{std::string(LockedSnippets::service), ticket.id.text()}] = "Ticket $1";
+    h.engine->update({bank, ticket});
+    EXPECT_EQ(h.typed("#42!"), (Lines{"erase 4", "insert \"Ticket 42\"", "finish"}));
 
     h.auth.answer = AuthResult::Outcome::refused;
     EXPECT_EQ(h.typed(";bank"), Lines{}); // nothing erased either

@@ -223,9 +223,10 @@ std::optional<std::string> LiveProcess::readLine(std::chrono::milliseconds timeo
     }
 }
 
-bool LiveProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout) {
+bool LiveProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout,
+                               std::size_t from) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (err_.find(text) == std::string::npos) {
+    while (err_.find(text, from) == std::string::npos) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {

@@ -51,8 +51,10 @@ public:
     void send(const std::string& line);
     /// The next line of standard output, or nothing when none came within timeout.
     std::optional<std::string> readLine(std::chrono::milliseconds timeout);
-    /// Reads standard error until a line contains text; false when none did within timeout.
-    bool waitForError(const std::string& text, std::chrono::milliseconds timeout);
+    /// Reads standard error until text appears at or after offset from; false when it did not
+    /// within timeout.
+    bool waitForError(const std::string& text, std::chrono::milliseconds timeout,
+                      std::size_t from = 0);
     /// Everything read from standard error so far.
     const std::string& errors() const { return err_; }
     /// Sends signal and waits up to timeout for the exit; the exit status, or -1 when it went on.

@@ -294,6 +294,12 @@ QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::s
     listening_ = process_->waitForError("listening", 20s);
 }
 
+void QuilletProcess::writeSettings(const std::string& settings) {
+    const auto file = home_ / "config" / "quillet" / "settings.json";
+    writeText(file.string() + ".new", settings);
+    std::filesystem::rename(file.string() + ".new", file);
+}
+
 QuilletProcess::~QuilletProcess() {
     stop();
 }

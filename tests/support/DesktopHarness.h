@@ -108,6 +108,12 @@ public:
     bool listening() const { return listening_; }
     /// Everything it wrote to standard error.
     const std::string& log() const { return process_->errors(); }
+    /// Waits until it logs text after the first from characters of its log.
+    bool waitForLog(const std::string& text, std::size_t from) {
+        return process_->waitForError(text, std::chrono::seconds(5), from);
+    }
+    /// Replaces its settings file by renaming, as the application and editors do.
+    void writeSettings(const std::string& settings);
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
     /// Stops it with SIGTERM; its exit status.

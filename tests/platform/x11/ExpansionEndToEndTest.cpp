@@ -124,6 +124,23 @@ TEST_F(EndToEnd, EscapeRightAfterwardsTakesTheExpansionBack) {
     EXPECT_EQ(editor->waitFor("a ;hi Hello!x"), "a ;hi Hello!x");
 }
 
+TEST_F(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
+    std::size_t from = quillet->log().size();
+    quillet->writeSettings("{\"typo.html\": tru");
+    EXPECT_TRUE(quillet->waitForLog("does not hold a JSON object", from));
+    from = quillet->log().size();
+    quillet->writeSettings(R"({"typo.html": true})");
+    ASSERT_TRUE(quillet->waitForLog("settings changed", from));
+    typist->type("<p>x");
+    EXPECT_EQ(editor->waitFor("<p>x</p>"), "<p>x</p>");
+
+    from = quillet->log().size();
+    quillet->writeSettings("{}");
+    ASSERT_TRUE(quillet->waitForLog("settings changed", from));
+    typist->type(" <p>y"); // at the caret, still between the tags
+    EXPECT_EQ(editor->waitFor("<p>x <p>y</p>", 1s), "<p>x <p>y</p>");
+}
+
 TEST_F(EndToEnd, AClickBreaksWhatWasTyped) {
     typist->type(";s");
     auto [x, y] = editor->centre(typist->display());
