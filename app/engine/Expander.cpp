@@ -16,6 +16,11 @@ struct Expander::Pending {
     std::int64_t erase = 0;
     std::optional<Snippet> snippet; // nothing for corrections and symbol sets
     std::uint64_t keysAtMatch = 0;  // a key typed since then rules out an undo
+    std::string app;                // where the abbreviation was typed
+    // While an unlock or a script takes its time the user may type on after the abbreviation:
+    // the characters typed since, and whether something made the abbreviation's place unknown.
+    std::int64_t typedAfter = 0;
+    bool lost = false;
 };
 
 namespace {
@@ -309,13 +314,15 @@ bool Expander::admits(const Snippet& snippet, std::string_view app,
 
 Expander::Expander(Platform platform, Services services)
     : keys_(platform.keys), executor_(platform.executor), front_(platform.front),
-      scheduler_(platform.scheduler), services_(services),
+      scheduler_(platform.scheduler), secure_(platform.secure), services_(services),
       askForm_([](const std::vector<Tokens::Field>& fields, FormDone done) {
           done(Expansion::defaults(fields));
       }),
-      appId_(front_.id()), self_(std::make_shared<Expander*>(this)) {
+      all_(std::make_shared<const std::vector<Snippet>>()), appId_(front_.id()),
+      self_(std::make_shared<Expander*>(this)) {
     if (services_.usageFile != nullptr) {
         usage_ = services_.usageFile->load();
+        usageWriter_ = std::make_unique<UsageWriter>(*services_.usageFile, usage_, scheduler_);
     }
     preferencesChanged();
     front_.setOnChange([this] {
@@ -344,6 +351,7 @@ bool Expander::start(std::string& error) {
     listening_ = true;
     tabGrabbed_ = false;
     escapeGrabbed_ = false;
+    returnGrabbed_ = false;
     matcher_.clear();
     syncGrabs();
     return true;
@@ -359,20 +367,29 @@ void Expander::stop() {
     if (escapeGrabbed_) {
         keys_.grabEscape(false);
     }
+    if (returnGrabbed_) {
+        keys_.grabReturn(false);
+    }
     tabGrabbed_ = false;
     escapeGrabbed_ = false;
+    returnGrabbed_ = false;
     keys_.stop();
     listening_ = false;
     matcher_.clear();
     clearUndo();
+    saveUsageNow();
 }
 
 void Expander::update(std::vector<Snippet> library) {
+    update(std::make_shared<const std::vector<Snippet>>(std::move(library)));
+}
+
+void Expander::update(SnippetList library) {
     assert(scheduler_.isMainThread());
-    all_ = std::move(library);
+    all_ = library ? std::move(library) : std::make_shared<const std::vector<Snippet>>();
     std::vector<Uuid> ids;
-    ids.reserve(all_.size());
-    for (const Snippet& s : all_) {
+    ids.reserve(all_->size());
+    for (const Snippet& s : *all_) {
         ids.push_back(s.id);
     }
     const std::size_t before = usage_.uses.size();
@@ -389,7 +406,7 @@ void Expander::setSite(std::optional<Site> site) {
         return;
     }
     site_ = std::move(site);
-    rebuild();
+    rescope();
     syncGrabs();
 }
 
@@ -421,34 +438,76 @@ void Expander::refreshFront() {
     appId_ = std::move(id);
     // What was typed belongs to the application left behind.
     breakContext();
-    rebuild();
+    rescope();
+}
+
+void Expander::rescope() {
+    // Only scoped snippets come and go with the application or site, and there are few of
+    // them: the whole set, a pass over the library, is made again only when one does.
+    for (std::size_t i = 0; i < scoped_.size(); ++i) {
+        if (admits(*scoped_[i], appId_, site_) != admitted_[i]) {
+            rebuild();
+            return;
+        }
+    }
 }
 
 void Expander::rebuild() {
+    // Plain abbreviations go into flat sorted lists rather than one node per entry: with a large
+    // library, nodes freed between ones that stay would keep their pages from the system.
     active_.clear();
     patterns_.clear();
-    Matcher::Table table;
     Matcher::Modes modes;
     std::map<std::string, std::string> patterns;
-    for (const Snippet& s : all_) {
-        if (s.archived || s.abbreviation.empty() || !admits(s, appId_, site_)) {
+    scoped_.clear();
+    admitted_.clear();
+    for (const Snippet& s : *all_) {
+        if (s.archived || s.abbreviation.empty()) {
             continue;
+        }
+        if (s.scope != Snippet::Scope::everywhere) {
+            const bool admitted = admits(s, appId_, site_);
+            scoped_.push_back(&s);
+            admitted_.push_back(admitted);
+            if (!admitted) {
+                continue;
+            }
         }
         // The first snippet of an abbreviation wins, as in the library's order.
         if (s.regex) {
-            if (patterns_.emplace(s.abbreviation, s).second) {
+            if (patterns_.emplace(s.abbreviation, &s).second) {
                 patterns.emplace(s.abbreviation, s.content);
             }
-        } else if (active_.emplace(s.abbreviation, s).second) {
-            table.emplace(s.abbreviation, s.content);
-            if (s.trigger) {
-                modes.emplace(s.abbreviation, *s.trigger);
-            }
+        } else {
+            active_.emplace_back(s.abbreviation, &s);
         }
     }
-    matcher_.setSnippets(std::move(table), std::move(modes));
+    std::stable_sort(active_.begin(), active_.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    active_.erase(std::unique(active_.begin(), active_.end(),
+                              [](const auto& a, const auto& b) { return a.first == b.first; }),
+                  active_.end());
+    active_.shrink_to_fit();
+    // The matcher only decides that an abbreviation fired; its content is looked up here, so
+    // the matcher keeps no second copy of every content.
+    Matcher::Sorted table;
+    table.reserve(active_.size());
+    for (const auto& [abbreviation, snippet] : active_) {
+        table.emplace_back(abbreviation, std::string());
+        if (snippet->trigger) {
+            modes.emplace(abbreviation, *snippet->trigger);
+        }
+    }
+    matcher_.setAbbreviations(std::move(table), std::move(modes));
     matcher_.setPatterns(std::move(patterns));
     matcher_.compile();
+}
+
+const Snippet* Expander::activeSnippet(std::string_view abbreviation) const {
+    auto found =
+        std::lower_bound(active_.begin(), active_.end(), abbreviation,
+                         [](const auto& entry, std::string_view key) { return entry.first < key; });
+    return found != active_.end() && found->first == abbreviation ? found->second : nullptr;
 }
 
 Matcher::Mode Expander::globalMode() const {
@@ -466,6 +525,11 @@ void Expander::syncGrabs() {
         keys_.grabTab(tab);
         tabGrabbed_ = tab;
     }
+    const bool enter = matcher_.wouldFire(Matcher::Mode::delimiter) || matcher_.wouldCorrect();
+    if (enter != returnGrabbed_) {
+        keys_.grabReturn(enter);
+        returnGrabbed_ = enter;
+    }
     const bool escape = undo_.has_value();
     if (escape != escapeGrabbed_) {
         keys_.grabEscape(escape);
@@ -481,6 +545,15 @@ Verdict Expander::key(const KeyEvent& event) {
         return Verdict::pass; // a modifier alone types nothing and moves nothing
     }
     ++keysSeen_;
+    if (paused()) {
+        // What is typed now is a password: it leaves no trace, and what came before it no
+        // longer runs on into what comes after.
+        matcher_.clear();
+        repeats_.breakRun();
+        clearUndo();
+        syncGrabs();
+        return Verdict::pass;
+    }
     refreshFront();
     Verdict verdict = Verdict::pass;
     const KeyEvent::Modifiers& held = event.modifiers;
@@ -492,15 +565,44 @@ Verdict Expander::key(const KeyEvent& event) {
         clearUndo(); // only the very next key may take an expansion back
         verdict = handle(event);
     }
+    typedWhilePreparing(event, verdict);
     syncGrabs();
     return verdict;
+}
+
+void Expander::typedWhilePreparing(const KeyEvent& event, Verdict verdict) {
+    using Key = KeyEvent::Key;
+    std::erase_if(waiting_, [](const std::weak_ptr<Pending>& p) { return p.expired(); });
+    for (const auto& weak : waiting_) {
+        const auto pending = weak.lock();
+        if (pending->keysAtMatch == keysSeen_ || pending->app != appId_) {
+            continue; // the key that completed this very match, or one typed into a dialog
+        }
+        const KeyEvent::Modifiers& held = event.modifiers;
+        const bool reached = verdict == Verdict::pass || !event.held;
+        if (!reached || held.control || held.super || held.alt) {
+            pending->lost = true; // another expansion, or a shortcut: anything may have moved
+        } else if (event.key == Key::backspace) {
+            --pending->typedAfter;
+        } else if (event.key == Key::other) {
+            pending->typedAfter += characters(event.text);
+        } else if (event.key != Key::escape) {
+            pending->lost = true; // the caret moved, or Tab and Return acted on the application
+        }
+        // Erased back into the abbreviation: only what is left of it goes.
+        if (pending->typedAfter < 0) {
+            pending->erase += pending->typedAfter;
+            pending->typedAfter = 0;
+            pending->lost = pending->lost || pending->erase < 0;
+        }
+    }
 }
 
 Verdict Expander::handle(const KeyEvent& event) {
     using Key = KeyEvent::Key;
     const KeyEvent::Modifiers& held = event.modifiers;
-    if (held.control || held.super) {
-        breakContext(); // a shortcut: select all, cut, switch windows...
+    if (held.control || held.super || held.alt) {
+        breakContext(); // a shortcut: select all, cut, switch windows, a menu...
         return Verdict::pass;
     }
     if (event.key == Key::backspace) {
@@ -520,6 +622,12 @@ Verdict Expander::handle(const KeyEvent& event) {
         if (event.key == Key::tab && event.held && plain) {
             if (auto match = matcher_.fire(Matcher::Mode::tab, "")) {
                 perform(*match, eraseCount(*match, true, true));
+                return Verdict::swallow;
+            }
+        }
+        if (event.key == Key::enter && event.held && plain && !keys_.canSwallow()) {
+            if (auto match = matcher_.feed("\r")) {
+                perform(*match, eraseCount(*match, false, true));
                 return Verdict::swallow;
             }
         }
@@ -548,6 +656,7 @@ Verdict Expander::handle(const KeyEvent& event) {
 
 void Expander::click() {
     assert(scheduler_.isMainThread());
+    loseWaiting();
     breakContext();
     clearUndo(); // the caret may be anywhere now
     syncGrabs();
@@ -555,6 +664,7 @@ void Expander::click() {
 
 void Expander::reset() {
     assert(scheduler_.isMainThread());
+    loseWaiting();
     breakContext();
     clearUndo();
     syncGrabs();
@@ -575,24 +685,35 @@ void Expander::clearUndo() {
     counted_.reset();
 }
 
+void Expander::loseWaiting() {
+    for (const auto& weak : waiting_) {
+        if (const auto pending = weak.lock()) {
+            pending->lost = true;
+        }
+    }
+}
+
 // Carrying out a match ----------------------------------------------------------------------
 
 void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
-    auto pending = std::make_shared<Pending>(Pending{match, erase, std::nullopt, keysSeen_});
+    auto pending =
+        std::make_shared<Pending>(Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false});
     ++preparing_;
     const Snippet* snippet = nullptr;
     if (match.key) {
         auto found = patterns_.find(*match.key);
-        snippet = found != patterns_.end() ? &found->second : nullptr;
+        snippet = found != patterns_.end() ? found->second : nullptr;
     } else {
-        auto found = active_.find(match.abbreviation);
-        snippet = found != active_.end() ? &found->second : nullptr;
+        snippet = activeSnippet(match.abbreviation);
     }
     if (snippet == nullptr) {
         proceed(pending, match.expansion);
         return;
     }
     pending->snippet = *snippet;
+    if (snippet->locked || snippet->kind != Snippet::Kind::text) {
+        waiting_.push_back(pending); // ready later: what is typed meanwhile is counted
+    }
     if (snippet->locked) {
         unlock(pending);
         return;
@@ -674,6 +795,17 @@ void Expander::runScript(std::shared_ptr<Pending> pending, Snippet::Kind kind, s
 }
 
 void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
+    if (paused()) {
+        --preparing_; // an unlock or a script that ended meanwhile must not type into a prompt
+        return;
+    }
+    if (pending->lost) {
+        --preparing_; // the abbreviation is no longer where it was: leave everything as it is
+        return;
+    }
+    if (pending->typedAfter > 0) {
+        enqueue(Step::left(pending->typedAfter));
+    }
     if (pending->erase > 0) {
         enqueue(Step::erase(pending->erase));
     }
@@ -684,9 +816,9 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
         return;
     }
     const std::string& abbreviation = pending->snippet->abbreviation;
-    const auto fields = Tokens::fields(Tokens::includes(content, {abbreviation}, all_));
+    const auto fields = Tokens::fields(Tokens::includes(content, {abbreviation}, *all_));
     if (fields.empty()) {
-        carryOut(pending, Expansion::plan(content, abbreviation, all_, {}, renderContext()));
+        carryOut(pending, Expansion::plan(content, abbreviation, *all_, {}, renderContext()));
         return;
     }
     std::weak_ptr<Expander*> alive = self_;
@@ -701,12 +833,15 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
             Expander& engine = **self;
             if (!values) {
                 --engine.preparing_; // cancelled: the abbreviation stays erased
+                if (pending->typedAfter > 0) {
+                    engine.enqueue(Step::right(pending->typedAfter));
+                }
                 engine.enqueue(Step::finish());
                 return;
             }
             auto given = [&values](const std::vector<Tokens::Field>&) { return values; };
             engine.carryOut(pending, Expansion::plan(content, pending->snippet->abbreviation,
-                                                     engine.all_, given, engine.renderContext()));
+                                                     *engine.all_, given, engine.renderContext()));
         });
     });
 }
@@ -720,7 +855,15 @@ void Expander::carryOut(std::shared_ptr<Pending> pending,
     }
     const Snippet* snippet = pending->snippet ? &*pending->snippet : nullptr;
     Plan made = plan(*steps, snippet, pending->match.trailer, services_.location);
+    const std::int64_t after = pending->typedAfter;
     for (Step& step : made.steps) {
+        // The user's caret goes back behind what they typed on, not to the snippet's mark.
+        if (after > 0 && step.kind == Step::Kind::left) {
+            continue;
+        }
+        if (after > 0 && step.kind == Step::Kind::finish) {
+            enqueue(Step::right(after));
+        }
         enqueue(std::move(step));
     }
     std::int64_t saved = 0;
@@ -772,8 +915,15 @@ RenderContext Expander::renderContext() const {
 }
 
 void Expander::saveUsage() {
-    if (services_.usageFile != nullptr) {
-        services_.usageFile->save(usage_); // a failed save keeps the counts for the next one
+    // Writing the record costs time in proportion to the library: never on the key's path.
+    if (usageWriter_) {
+        usageWriter_->changed();
+    }
+}
+
+void Expander::saveUsageNow() {
+    if (usageWriter_) {
+        usageWriter_->flush();
     }
 }
 

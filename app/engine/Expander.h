@@ -5,12 +5,14 @@
 #include "engine/KeySource.h"
 #include "engine/Matcher.h"
 #include "engine/Repeats.h"
+#include "engine/SecureInput.h"
 #include "library/LibraryLocation.h"
 #include "library/LockedSnippets.h"
 #include "library/Preferences.h"
 #include "library/Scheduler.h"
 #include "library/Snippet.h"
 #include "library/Usage.h"
+#include "library/UsageWriter.h"
 #include "render/ClipboardHistory.h"
 #include "render/Expansion.h"
 #include "render/Payload.h"
@@ -39,13 +41,17 @@ namespace quillet {
 /// their results back to it. Insertion steps run one after the other, each when the executor
 /// reports the previous one done, never after a fixed pause. A locked snippet or a script is
 /// erased and inserted once its text is ready, even if the user typed on meanwhile, since the
-/// user asked for it (and confirmed it, for a locked one).
+/// user asked for it (and confirmed it, for a locked one): the characters typed after the
+/// abbreviation are stepped over and the caret is put back behind them. When something else
+/// moved the caret meanwhile (a click, an arrow, a shortcut) it is left as typed.
 ///
 /// Where the platform cannot swallow keys (X11), the key that completes a match has already
 /// reached the application, so it is erased too and a delimiter is typed again afterwards. Tab
 /// and Return then act on the application before the engine could answer them, so they fire
 /// only when held: Tab is grabbed exactly while the typed text ends in something that fires on
-/// Tab, and Escape exactly while an expansion can be taken back.
+/// Tab, Return while something would fire on it as a delimiter (an abbreviation, a correction,
+/// a symbol), and Escape exactly while an expansion can be taken back. A held Return that
+/// fires is typed again after the expansion, so a chat box sends the expanded text.
 class Expander final : private KeySource::Observer {
 public:
     /// The website open in the front browser, as the browser bridge reports it.
@@ -131,6 +137,7 @@ public:
         Executor& executor;
         FrontApplication& front;
         Scheduler& scheduler;
+        const SecureInput* secure = nullptr; ///< null: nothing ever pauses matching
     };
 
     /// What the engine uses beside the platform; everything must outlive the engine.
@@ -163,6 +170,9 @@ public:
     bool isListening() const { return listening_; }
 
     /// Takes the library as the store hands it over, seeds its usage and rebuilds the active set.
+    /// The engine keeps the list itself, not a copy.
+    void update(SnippetList library);
+    /// Takes a library made by the caller; as update(SnippetList) otherwise.
     void update(std::vector<Snippet> library);
     /// Takes the website the browser bridge reports; nothing when no site is known.
     void setSite(std::optional<Site> site);
@@ -178,8 +188,10 @@ public:
 
     /// True when no expansion is being prepared or carried out.
     bool idle() const;
-    /// The usage counts, as last saved.
+    /// The usage counts; the file follows within a second.
     const Usage& usage() const { return usage_; }
+    /// Writes the usage counts not yet in the file and returns once they are.
+    void saveUsageNow();
     /// The expansion Escape would take back now, if any.
     const std::optional<Undo>& pendingUndo() const { return undo_; }
     /// The use an undo would take back now, if any.
@@ -188,6 +200,10 @@ public:
     const Matcher& matcher() const { return matcher_; }
     /// The repeat detector.
     const Repeats& repeats() const { return repeats_; }
+    /// True while another application keeps the user's typing to itself: nothing is matched.
+    bool paused() const { return secure_ != nullptr && secure_->active(); }
+    /// The application that pauses matching; empty when not paused or when it has no name.
+    std::string pausedBy() const { return paused() ? secure_->holder() : std::string(); }
 
     /// True when snippet's scope admits the application app (ids compared ignoring ASCII case)
     /// and site, which counts only while its browser is app; a listed site covers its subdomains.
@@ -216,10 +232,14 @@ private:
     void reset() override;
 
     Verdict handle(const KeyEvent& event);
+    void typedWhilePreparing(const KeyEvent& event, Verdict verdict);
+    void loseWaiting();
     void breakContext();
     void clearUndo();
     void refreshFront();
     void rebuild();
+    void rescope();
+    const Snippet* activeSnippet(std::string_view abbreviation) const;
     void syncGrabs();
     Matcher::Mode globalMode() const;
 
@@ -240,31 +260,38 @@ private:
     Executor& executor_;
     FrontApplication& front_;
     Scheduler& scheduler_;
+    const SecureInput* secure_;
     Services services_;
 
     Matcher matcher_;
     Repeats repeats_;
     Usage usage_;
+    std::unique_ptr<UsageWriter> usageWriter_; // null without a usage file
     std::optional<Undo> undo_;
     std::optional<Counted> counted_;
     AskForm askForm_;
     OnRepeat onRepeat_;
     bool suggesting_ = false;
 
-    std::vector<Snippet> all_;
+    // The active set points into the library's one list, which all_ keeps alive.
+    SnippetList all_;
     std::string appId_;
     std::optional<Site> site_;
-    std::unordered_map<std::string, Snippet> active_;   // plain abbreviation -> snippet
-    std::unordered_map<std::string, Snippet> patterns_; // pattern -> snippet
+    std::vector<std::pair<std::string_view, const Snippet*>> active_; // by plain abbreviation
+    std::unordered_map<std::string_view, const Snippet*> patterns_;   // pattern
+    std::vector<const Snippet*> scoped_; // live snippets not meant for everywhere
+    std::vector<bool> admitted_;         // whether each of scoped_ is in the active set
 
     bool listening_ = false;
     bool tabGrabbed_ = false;
     bool escapeGrabbed_ = false;
+    bool returnGrabbed_ = false;
     std::uint64_t keysSeen_ = 0;
 
     std::deque<Step> queue_;
     bool running_ = false;
     int preparing_ = 0; // expansions waiting for an unlock, a script or a form
+    std::vector<std::weak_ptr<Pending>> waiting_; // those of them that take their time
 
     std::map<std::uint64_t, std::thread> unlocks_;
     std::uint64_t lastUnlock_ = 0;

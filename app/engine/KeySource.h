@@ -89,6 +89,9 @@ public:
 
     /// Asks that plain Escape presses be held for a verdict (true) or left alone (false).
     virtual void grabEscape(bool on) = 0;
+
+    /// Asks that plain Return presses be held for a verdict (true) or left alone (false).
+    virtual void grabReturn(bool on) = 0;
 };
 
 } // namespace quillet

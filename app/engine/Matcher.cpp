@@ -111,7 +111,18 @@ Matcher& Matcher::operator=(Matcher&&) noexcept = default;
 Matcher::~Matcher() = default;
 
 void Matcher::setSnippets(Table snippets, Modes modes) {
+    Sorted sorted;
+    sorted.reserve(snippets.size());
+    while (!snippets.empty()) {
+        auto node = snippets.extract(snippets.begin());
+        sorted.emplace_back(std::move(node.key()), std::move(node.mapped()));
+    }
+    setAbbreviations(std::move(sorted), std::move(modes));
+}
+
+void Matcher::setAbbreviations(Sorted snippets, Modes modes) {
     snippets_ = std::move(snippets);
+    std::sort(snippets_.begin(), snippets_.end());
     modes_ = std::move(modes);
     rebuildSnippetIndex();
     rebuildExtraIndex(); // shadowing depends on the user's abbreviations
@@ -134,6 +145,13 @@ namespace {
 
 // Entries in a fixed order so that keys that compare equal once composed resolve the same way
 // every time.
+const std::string& keyOf(const std::pair<std::string, std::string>& entry) {
+    return entry.first;
+}
+const std::string& keyOf(const std::string& key) {
+    return key;
+}
+
 template <typename Map> std::vector<std::string> sortedKeys(const Map& map) {
     std::vector<std::string> keys;
     keys.reserve(map.size());
@@ -159,14 +177,14 @@ ReverseIndex::Flags flag(TriggerMode mode) {
 } // namespace
 
 void Matcher::rebuildSnippetIndex() {
-    snippetEntries_.clear();
     std::vector<std::string> composed;
     std::vector<ReverseIndex::Flags> flags;
-    for (auto& key : sortedKeys(snippets_)) {
+    composed.reserve(snippets_.size());
+    flags.reserve(snippets_.size());
+    for (auto& [key, text] : snippets_) {
         auto own = modes_.find(key);
         flags.push_back(own != modes_.end() ? flag(own->second) : followsGlobal);
         composed.push_back(text::nfc(key));
-        snippetEntries_.push_back(Entry{key, snippets_.at(key), false});
     }
     snippetIndex_.build(composed, flags);
 }
@@ -178,7 +196,10 @@ void Matcher::rebuildExtraIndex() {
     for (auto& key : sortedKeys(extras_)) {
         const Extra& extra = extras_.at(key);
         // The user's own abbreviation of the same key wins: such an entry never fires.
-        flags.push_back(snippets_.count(key) > 0 ? 0 : flag(extra.mode));
+        const bool shadowed =
+            std::binary_search(snippets_.begin(), snippets_.end(), key,
+                               [](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
+        flags.push_back(shadowed ? 0 : flag(extra.mode));
         composed.push_back(text::nfc(key));
         extraEntries_.push_back(Entry{key, extra.text, !key.empty() && text::isLetterOrDigit(key)});
     }
@@ -286,11 +307,10 @@ bool Matcher::atBoundary(std::size_t nfcOffset) const {
                                                           static_cast<std::uint32_t>(nfcOffset));
 }
 
-const Matcher::Entry* Matcher::longestSuffix(const ReverseIndex& index,
-                                             const std::vector<Entry>& entries, Mode trigger,
-                                             bool wordStartRule) const {
+std::optional<std::uint32_t> Matcher::longestSuffix(const ReverseIndex& index, Mode trigger,
+                                                    const std::vector<Entry>* wordStarts) const {
     const ReverseIndex::Flags wanted = flag(trigger) | (trigger == mode_ ? followsGlobal : 0);
-    const Entry* best = nullptr;
+    std::optional<std::uint32_t> best;
     std::size_t bestLength = 0;
     index.suffixes(nfc_, wanted, [&](std::uint32_t i, std::size_t length) {
         if (best && length <= bestLength) {
@@ -300,8 +320,7 @@ const Matcher::Entry* Matcher::longestSuffix(const ReverseIndex& index,
         if (!atBoundary(start)) {
             return; // the key ends inside one of the buffer's characters
         }
-        const Entry& e = entries[i];
-        if (wordStartRule && e.letterLed && start > 0) {
+        if (wordStarts != nullptr && (*wordStarts)[i].letterLed && start > 0) {
             auto before = std::upper_bound(nfcStarts_.begin(), nfcStarts_.end(),
                                            static_cast<std::uint32_t>(start - 1));
             std::size_t from = *(before - 1);
@@ -309,7 +328,7 @@ const Matcher::Entry* Matcher::longestSuffix(const ReverseIndex& index,
                 return; // a letter-led key must start a word
             }
         }
-        best = &e;
+        best = i;
         bestLength = length;
     });
     return best;
@@ -338,18 +357,20 @@ std::optional<Matcher::Match> Matcher::feed(std::string_view typed) {
 }
 
 std::optional<Matcher::Match> Matcher::fire(Mode trigger, std::string_view trailer) {
-    if (const Entry* e = longestSuffix(snippetIndex_, snippetEntries_, trigger, false)) {
-        int count = static_cast<int>(text::graphemeCount(e->key));
-        return finish(e->key, e->text, trailer, count - 1);
+    if (auto i = longestSuffix(snippetIndex_, trigger, nullptr)) {
+        const auto& [key, text] = snippets_[*i];
+        int count = static_cast<int>(text::graphemeCount(key));
+        return finish(key, text, trailer, count - 1);
     }
     if (trigger == mode_ && !compiled_.empty()) {
         if (auto m = firePatterns(trailer)) {
             return m;
         }
     }
-    if (const Entry* e = longestSuffix(extraIndex_, extraEntries_, trigger, true)) {
-        int count = static_cast<int>(text::graphemeCount(e->key));
-        return finish(e->key, e->text, trailer, count - 1);
+    if (auto i = longestSuffix(extraIndex_, trigger, &extraEntries_)) {
+        const Entry& e = extraEntries_[*i];
+        int count = static_cast<int>(text::graphemeCount(e.key));
+        return finish(e.key, e.text, trailer, count - 1);
     }
     return std::nullopt;
 }
@@ -408,13 +429,13 @@ std::optional<Matcher::Match> Matcher::firePatterns(std::string_view trailer) {
 }
 
 bool Matcher::wouldFire(Mode trigger) const {
-    if (longestSuffix(snippetIndex_, snippetEntries_, trigger, false)) {
+    if (longestSuffix(snippetIndex_, trigger, nullptr)) {
         return true;
     }
     if (trigger == mode_ && !compiled_.empty() && anyPatternMatches()) {
         return true;
     }
-    return longestSuffix(extraIndex_, extraEntries_, trigger, true) != nullptr;
+    return longestSuffix(extraIndex_, trigger, &extraEntries_).has_value();
 }
 
 bool Matcher::anyPatternMatches() const {
@@ -441,6 +462,18 @@ bool Matcher::anyPatternMatches() const {
 }
 
 std::optional<Matcher::Match> Matcher::correct(std::string_view trailer) {
+    auto found = correction();
+    if (!found) {
+        return std::nullopt;
+    }
+    return finish(std::move(found->word), std::move(found->replacement), trailer, found->letters);
+}
+
+bool Matcher::wouldCorrect() const {
+    return correction().has_value();
+}
+
+std::optional<Matcher::Correction> Matcher::correction() const {
     std::size_t first = rawStarts_.size();
     while (first > 0) {
         std::size_t from = rawStarts_[first - 1];
@@ -472,7 +505,7 @@ std::optional<Matcher::Match> Matcher::correct(std::string_view trailer) {
     if (cased == word) {
         return std::nullopt;
     }
-    return finish(word, std::move(cased), trailer, static_cast<int>(letters));
+    return Correction{word, std::move(cased), static_cast<int>(letters)};
 }
 
 } // namespace quillet

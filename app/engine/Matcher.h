@@ -46,6 +46,8 @@ public:
     };
 
     using Table = std::unordered_map<std::string, std::string>;
+    /// Abbreviations with their expansions, sorted by abbreviation.
+    using Sorted = std::vector<std::pair<std::string, std::string>>;
     using Modes = std::unordered_map<std::string, Mode>;
     using Extras = std::unordered_map<std::string, Extra>;
 
@@ -60,6 +62,8 @@ public:
 
     /// Replaces the abbreviations that may fire now, with the snippets' own triggers.
     void setSnippets(Table snippets, Modes modes = {});
+    /// As setSnippets, from a list of abbreviations and expansions in any order, each once.
+    void setAbbreviations(Sorted snippets, Modes modes = {});
     /// Replaces the regular-expression abbreviations; call compile() afterwards.
     void setPatterns(std::map<std::string, std::string> patterns);
     /// Rebuilds the compiled expressions from the patterns; invalid ones are left out.
@@ -71,7 +75,7 @@ public:
     /// Replaces the entries that fire like abbreviations.
     void setExtras(Extras extras);
 
-    const Table& snippets() const { return snippets_; }
+    const Sorted& snippets() const { return snippets_; }
     const Modes& modes() const { return modes_; }
     const std::map<std::string, std::string>& patterns() const { return patterns_; }
     const Table& corrections() const { return corrections_; }
@@ -96,6 +100,8 @@ public:
     std::optional<Match> correct(std::string_view trailer);
     /// True when fire(trigger, ...) would answer a match now; the buffer is left as it is.
     bool wouldFire(Mode trigger) const;
+    /// True when correct(...) would answer a match now; the buffer is left as it is.
+    bool wouldCorrect() const;
 
     /// replacement with the groups of pattern as it matches the end of matched ("$1", "${n}"):
     /// for a template that was not at hand when the match was made (a locked snippet's).
@@ -114,9 +120,15 @@ private:
     void append(std::string_view text);
     void trimToLimit();
     bool atBoundary(std::size_t nfcOffset) const;
-    const Entry* longestSuffix(const ReverseIndex& index, const std::vector<Entry>& entries,
-                               Mode trigger, bool wordStartRule) const;
+    std::optional<std::uint32_t> longestSuffix(const ReverseIndex& index, Mode trigger,
+                                               const std::vector<Entry>* wordStarts) const;
     std::optional<Match> firePatterns(std::string_view trailer);
+    struct Correction {
+        std::string word;
+        std::string replacement;
+        int letters = 0;
+    };
+    std::optional<Correction> correction() const;
     bool anyPatternMatches() const;
     void rebuildSnippetIndex();
     void rebuildExtraIndex();
@@ -124,7 +136,9 @@ private:
     Match finish(std::string abbreviation, std::string expansion, std::string_view trailer,
                  int onScreen, std::optional<std::string> key = std::nullopt);
 
-    Table snippets_;
+    // A large library's abbreviations are held here once, in key order; the index's entry i
+    // is snippets_[i].
+    Sorted snippets_;
     Modes modes_;
     std::map<std::string, std::string> patterns_;
     Table corrections_;
@@ -139,7 +153,6 @@ private:
     std::string nfc_;
     std::vector<std::uint32_t> nfcStarts_;
 
-    std::vector<Entry> snippetEntries_;
     ReverseIndex snippetIndex_;
     std::vector<Entry> extraEntries_;
     ReverseIndex extraIndex_;

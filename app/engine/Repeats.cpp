@@ -166,6 +166,13 @@ void Repeats::remove(std::string_view phrase) {
     }
 }
 
+void Repeats::breakRun() {
+    run_.clear();
+    runLengths_.clear();
+    word_.clear();
+    seen_.clear();
+}
+
 void Repeats::forget() {
     counts_.clear();
     run_.clear();

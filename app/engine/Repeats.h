@@ -66,6 +66,8 @@ public:
     void remove(std::string_view phrase);
     /// Forgets everything typed and counted.
     void forget();
+    /// Starts a new run, dropping the word under way uncounted.
+    void breakRun();
 
     /// The abbreviation offered for a phrase: ";" and the first letter of its first five words
     /// that have one, lower-cased.

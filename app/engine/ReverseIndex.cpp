@@ -1,62 +1,67 @@
 #include "engine/ReverseIndex.h"
 
 #include <algorithm>
-#include <map>
+#include <numeric>
 
 namespace quillet {
 
 void ReverseIndex::build(const std::vector<std::string>& keys, const std::vector<Flags>& flags) {
-    // Build a trie with maps first, then lay it out breadth first in flat arrays.
-    struct Draft {
-        std::map<unsigned char, std::uint32_t> children;
-        std::vector<std::uint32_t> entries;
+    // Keys sorted by their reversed bytes: every node of the trie is then a run of that order
+    // whose keys share the node's depth in bytes, and its children are runs too, in byte order.
+    // So the trie is laid out breadth first straight away, with no draft of linked nodes (for a
+    // large library such a draft took several times the finished index's memory).
+    std::vector<std::uint32_t> sorted(keys.size());
+    std::iota(sorted.begin(), sorted.end(), 0u);
+    std::stable_sort(sorted.begin(), sorted.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return std::lexicographical_compare(
+            keys[a].rbegin(), keys[a].rend(), keys[b].rbegin(), keys[b].rend(), [](char x, char y) {
+                return static_cast<unsigned char>(x) < static_cast<unsigned char>(y);
+            });
+    });
+    auto byteAt = [&](std::uint32_t k, std::size_t depth) {
+        return static_cast<unsigned char>(keys[k][keys[k].size() - 1 - depth]);
     };
-    std::vector<Draft> drafts(1);
-    for (std::uint32_t k = 0; k < keys.size(); ++k) {
-        std::uint32_t node = 0;
-        const std::string& key = keys[k];
-        for (auto it = key.rbegin(); it != key.rend(); ++it) {
-            auto byte = static_cast<unsigned char>(*it);
-            auto found = drafts[node].children.find(byte);
-            if (found == drafts[node].children.end()) {
-                drafts.emplace_back();
-                auto next = static_cast<std::uint32_t>(drafts.size() - 1);
-                drafts[node].children.emplace(byte, next);
-                node = next;
-            } else {
-                node = found->second;
-            }
-        }
-        drafts[node].entries.push_back(k);
-    }
 
-    std::vector<std::uint32_t> order{0};
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        for (auto& [byte, next] : drafts[order[i]].children) {
-            order.push_back(next);
-        }
-    }
-    nodes_.assign(order.size(), Node{});
-    labels_.assign(order.size(), 0);
+    struct Run {
+        std::uint32_t from, to; // in sorted
+        std::uint32_t depth;
+    };
+    std::vector<Run> runs{{0, static_cast<std::uint32_t>(keys.size()), 0}}; // node i is runs[i]
+    nodes_.clear();
+    labels_.assign(1, 0);
     entries_.clear();
     flags_.clear();
-    std::uint32_t nextChild = 1;
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        const Draft& d = drafts[order[i]];
-        Node& n = nodes_[i];
-        n.firstChild = nextChild;
-        n.childCount = static_cast<std::uint16_t>(d.children.size());
-        for (auto& [byte, next] : d.children) {
-            labels_[nextChild++] = byte;
-        }
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        const Run run = runs[i];
+        Node n;
+        n.firstChild = static_cast<std::uint32_t>(runs.size());
         n.firstEntry = static_cast<std::uint32_t>(entries_.size());
-        n.entryCount = static_cast<std::uint32_t>(d.entries.size());
-        for (std::uint32_t e : d.entries) {
-            entries_.push_back(e);
-            flags_.push_back(flags[e]);
-            n.subtree |= flags[e];
+        std::uint32_t at = run.from;
+        // Keys that end here sort first in their run, equal ones in their given order.
+        for (; at < run.to && keys[sorted[at]].size() == run.depth; ++at) {
+            entries_.push_back(sorted[at]);
+            flags_.push_back(flags[sorted[at]]);
+            n.subtree |= flags[sorted[at]];
         }
+        n.entryCount = static_cast<std::uint32_t>(entries_.size()) - n.firstEntry;
+        while (at < run.to) {
+            const unsigned char byte = byteAt(sorted[at], run.depth);
+            std::uint32_t end = at + 1;
+            while (end < run.to && byteAt(sorted[end], run.depth) == byte) {
+                ++end;
+            }
+            runs.push_back(Run{at, end, run.depth + 1});
+            labels_.push_back(byte);
+            ++n.childCount;
+            at = end;
+        }
+        nodes_.push_back(n);
     }
+    // The index lives as long as the library; the slack of its growth would too.
+    nodes_.shrink_to_fit();
+    labels_.shrink_to_fit();
+    entries_.shrink_to_fit();
+    flags_.shrink_to_fit();
     // Children come after their parents, so one backward pass gathers every subtree's flags.
     for (std::size_t i = nodes_.size(); i-- > 0;) {
         const Node& n = nodes_[i];

@@ -1,6 +1,7 @@
 #include "entry/Application.h"
 
 #include "engine/Expander.h"
+#include "library/FreeMemory.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryLocation.h"
 #include "library/LockedSnippets.h"
@@ -95,9 +96,13 @@ int runApplication() {
     ClipboardHistory history(desktop->pasteboard());
     desktop->setOnClipboardChange([&history] { history.poll(); });
 
-    Expander engine({desktop->keys(), desktop->executor(), desktop->front(), loop},
+    SecureInput& secure = desktop->secureInput();
+    Expander engine({desktop->keys(), desktop->executor(), desktop->front(), loop, &secure},
                     {preferences, store.location(), &usage, &locked, &history});
-    store.setOnChange([&engine](const std::vector<Snippet>& snippets) { engine.update(snippets); });
+    store.setOnChange([&engine](const SnippetList& snippets) {
+        engine.update(snippets);
+        returnFreeMemory(); // a large library leaves much behind while it is read and indexed
+    });
     store.setOnSettingsChange([&engine, &preferences] {
         if (reportSettings(preferences)) {
             log("settings changed");
@@ -111,9 +116,19 @@ int runApplication() {
                   << error << '\n';
         return 1;
     }
+    secure.start([&engine] {
+        if (!engine.paused()) {
+            log("Expansion resumed");
+            return;
+        }
+        const std::string holder = engine.pausedBy();
+        log("Expansion is paused: " + (holder.empty() ? "An app" : holder) +
+            " is holding the keyboard.");
+    });
     log("listening; " + std::to_string(store.snippets().size()) + " snippets from " +
         store.location().libraryFile().string());
     loop.run();
+    secure.stop();
     engine.stop();
     // Expansions under way finish, so the user's clipboard is back before the desktop closes.
     loop.runUntil([&engine] { return engine.idle(); }, std::chrono::seconds(2));

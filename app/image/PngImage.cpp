@@ -7,6 +7,9 @@
 #include <QImageWriter>
 #include <algorithm>
 #include <array>
+#include <deque>
+#include <mutex>
+#include <utility>
 
 namespace quillet {
 namespace {
@@ -21,9 +24,7 @@ bool isRaster(const QByteArray& format) {
     return std::find(rasterFormats.begin(), rasterFormats.end(), name) != rasterFormats.end();
 }
 
-} // namespace
-
-std::optional<std::string> toPng(std::string_view bytes) {
+std::optional<std::string> convert(std::string_view bytes) {
     // The reader works on the caller's bytes in place; nothing writes to them.
     QByteArray input = QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size()));
     QBuffer source(&input);
@@ -53,6 +54,35 @@ std::optional<std::string> toPng(std::string_view bytes) {
         return std::nullopt;
     }
     return std::string(output.constData(), static_cast<std::size_t>(output.size()));
+}
+
+// The pictures converted last, by their whole bytes, so a hit is exact.
+struct Converted {
+    std::string source;
+    std::optional<std::string> png;
+};
+constexpr std::size_t kept = 2;
+std::mutex cacheMutex;
+std::deque<Converted> cache;
+
+} // namespace
+
+std::optional<std::string> toPng(std::string_view bytes) {
+    {
+        std::lock_guard lock(cacheMutex);
+        for (const Converted& entry : cache) {
+            if (entry.source == bytes) {
+                return entry.png;
+            }
+        }
+    }
+    std::optional<std::string> png = convert(bytes);
+    std::lock_guard lock(cacheMutex);
+    cache.push_front(Converted{std::string(bytes), png});
+    if (cache.size() > kept) {
+        cache.pop_back();
+    }
+    return png;
 }
 
 } // namespace quillet

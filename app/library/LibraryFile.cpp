@@ -14,30 +14,22 @@ std::string encodeLibrary(const std::vector<Snippet>& snippets) {
 }
 
 std::optional<std::vector<Snippet>> decodeLibrary(std::string_view bytes, std::string& error) {
-    nlohmann::json document;
-    try {
-        document = nlohmann::json::parse(bytes);
-    } catch (const nlohmann::json::parse_error& e) {
-        error = "The library file is not valid JSON (at byte " + std::to_string(e.byte) + ").";
-        return std::nullopt;
-    }
-    if (!document.is_array()) {
+    RecordsRead read = snippetsFromJsonText(bytes);
+    switch (read.outcome) {
+    case RecordsRead::Outcome::ok:
+        return std::move(read.snippets);
+    case RecordsRead::Outcome::invalidJson:
+        error = "The library file is not valid JSON (at byte " + std::to_string(read.byte) + ").";
+        break;
+    case RecordsRead::Outcome::notAList:
         error = "The library file does not hold a list of snippets.";
-        return std::nullopt;
+        break;
+    case RecordsRead::Outcome::badRecord:
+        error = "Snippet " + std::to_string(read.record) +
+                " of the library file is damaged: " + read.problem + ".";
+        break;
     }
-    std::vector<Snippet> snippets;
-    snippets.reserve(document.size());
-    for (std::size_t i = 0; i < document.size(); ++i) {
-        std::string problem;
-        auto snippet = snippetFromJson(document[i], problem);
-        if (!snippet) {
-            error = "Snippet " + std::to_string(i + 1) +
-                    " of the library file is damaged: " + problem + ".";
-            return std::nullopt;
-        }
-        snippets.push_back(std::move(*snippet));
-    }
-    return snippets;
+    return std::nullopt;
 }
 
 LibraryRead readLibrary(const std::filesystem::path& path) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -59,6 +60,10 @@ struct Snippet {
     friend bool operator==(const Snippet&, const Snippet&) = default;
 };
 
+/// A list of snippets shared by every part that reads it (the store, the engine), so that a
+/// large library is held once. Never changed once made: a change makes a new list.
+using SnippetList = std::shared_ptr<const std::vector<Snippet>>;
+
 /// The stored text of a scope: "everywhere", "only" or "except".
 std::string_view rawValue(Snippet::Scope scope);
 
@@ -77,6 +82,27 @@ nlohmann::json toJson(const Snippet& snippet);
 /// The record a JSON object describes; nothing, with error saying which key and why, when the
 /// object is not a valid record.
 std::optional<Snippet> snippetFromJson(const nlohmann::json& json, std::string& error);
+
+/// How reading the records of a JSON array from its text ended.
+struct RecordsRead {
+    enum class Outcome {
+        ok,          ///< snippets hold every record, in order
+        invalidJson, ///< the text is not JSON; byte tells where it broke
+        notAList,    ///< the text is JSON but not an array
+        badRecord,   ///< record (counted from 1) is the first that is not valid; problem says why
+    };
+
+    Outcome outcome = Outcome::ok;
+    std::vector<Snippet> snippets;
+    std::size_t byte = 0;
+    std::size_t record = 0;
+    std::string problem; ///< what snippetFromJson says of the record
+};
+
+/// The records of a JSON array's text, each decoded as snippetFromJson would, and judged as
+/// parsing the whole text first would judge it (the text's own errors come first), but read
+/// straight from the text: no document of a large library is ever built.
+RecordsRead snippetsFromJsonText(std::string_view text);
 
 } // namespace quillet
 

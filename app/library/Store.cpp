@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
 #include <unordered_set>
 
@@ -28,6 +30,23 @@ std::vector<Snippet> seedSnippets() {
     shrug.abbreviation = ";shrug";
     shrug.content = "\u00af\\_(\u30c4)_/\u00af";
     return {omw, shrug};
+}
+
+// One version of a file, told apart without reading it: a replacement by rename brings a new
+// inode, an edit in place a new size or modification time.
+std::optional<FileStamp> stampOf(const fs::path& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        return std::nullopt;
+    }
+    return FileStamp{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
+                     static_cast<std::int64_t>(st.st_size),
+                     static_cast<std::int64_t>(st.st_mtim.tv_sec),
+                     static_cast<std::int64_t>(st.st_mtim.tv_nsec)};
+}
+
+SnippetList listOf(std::vector<Snippet> snippets) {
+    return std::make_shared<const std::vector<Snippet>>(std::move(snippets));
 }
 
 bool isFolder(const fs::path& path) {
@@ -138,17 +157,22 @@ SnippetStore::~SnippetStore() {
 }
 
 void SnippetStore::load() {
-    LibraryRead read = readLibrary(location_.libraryFile());
+    const fs::path file = location_.libraryFile();
+    const std::optional<FileStamp> stamp = stampOf(file);
+    LibraryRead read = readLibrary(file);
     switch (read.status) {
     case LibraryStatus::ok:
+        if (stamp) {
+            readStamp_.emplace(file, *stamp);
+        }
         rememberOnDisk(read.snippets);
-        snippets_ = std::move(read.snippets);
+        snippets_ = listOf(std::move(read.snippets));
         isNew_ = false;
         canSave_ = true;
         problem_.clear();
         break;
     case LibraryStatus::missing:
-        snippets_ = seedSnippets();
+        snippets_ = listOf(seedSnippets());
         isNew_ = true;
         canSave_ = true;
         problem_.clear();
@@ -158,7 +182,7 @@ void SnippetStore::load() {
     case LibraryStatus::unreadable:
         // Perhaps still arriving through the sync tool, perhaps damaged: either way it is the
         // user's, and stays as it is until it reads.
-        snippets_.clear();
+        snippets_ = listOf({});
         isNew_ = false;
         canSave_ = false;
         problem_ = std::move(read.message);
@@ -167,15 +191,19 @@ void SnippetStore::load() {
 }
 
 void SnippetStore::setSnippets(std::vector<Snippet> snippets) {
-    snippets_ = std::move(snippets);
+    snippets_ = listOf(std::move(snippets));
     save();
     notify();
 }
 
-std::vector<Snippet> SnippetStore::effectiveSnippets() const {
-    std::vector<Snippet> result = snippets_;
+SnippetList SnippetStore::effectiveSnippets() const {
+    if (std::all_of(shared_.begin(), shared_.end(),
+                    [](const SharedPack& pack) { return pack.snippets.empty(); })) {
+        return snippets_; // the common case: the user's own list, shared rather than copied
+    }
+    std::vector<Snippet> result = *snippets_;
     std::unordered_set<std::string_view> taken;
-    for (const Snippet& snippet : snippets_) {
+    for (const Snippet& snippet : *snippets_) {
         taken.insert(snippet.abbreviation);
     }
     for (const SharedPack& pack : shared_) {
@@ -185,7 +213,7 @@ std::vector<Snippet> SnippetStore::effectiveSnippets() const {
             }
         }
     }
-    return result;
+    return listOf(std::move(result));
 }
 
 void SnippetStore::setOnChange(ChangeCallback callback) {
@@ -200,13 +228,14 @@ void SnippetStore::notify() {
 }
 
 bool SnippetStore::save() {
+    readStamp_.reset(); // the list may differ from the file now, so the next reload reads it
     if (!canSave_) {
         return false;
     }
     const std::filesystem::path file = location_.libraryFile();
     // Held from the read to the write, as the command-line tool holds it for its additions.
     LibraryLock lock(file, location_.folders().data);
-    bool adopted = false;
+    std::vector<Snippet> adopted;
     if (file == knownFile_) {
         // Snippets another process added since this store last saw the file are kept, not
         // written over; one deleted here was known and stays deleted.
@@ -216,21 +245,29 @@ bool SnippetStore::save() {
             // wins, but what the user typed into the file is kept aside, not thrown away.
             keepDamagedCopy(file, location_.folders().data);
         }
+        std::unordered_set<Uuid> ours;
+        for (const Snippet& s : *snippets_) {
+            ours.insert(s.id);
+        }
         for (Snippet& snippet : disk.snippets) {
-            bool ours = std::any_of(snippets_.begin(), snippets_.end(),
-                                    [&](const Snippet& s) { return s.id == snippet.id; });
-            if (!ours && knownOnDisk_.count(snippet.id) == 0) {
-                snippets_.push_back(std::move(snippet));
-                adopted = true;
+            if (!ours.contains(snippet.id) &&
+                !std::binary_search(knownOnDisk_.begin(), knownOnDisk_.end(), snippet.id)) {
+                ours.insert(snippet.id);
+                adopted.push_back(std::move(snippet));
             }
         }
     }
-    std::string error;
-    const bool written = writeLibrary(file, snippets_, error);
-    if (written) {
-        rememberOnDisk(snippets_);
+    if (!adopted.empty()) {
+        std::vector<Snippet> list = *snippets_;
+        std::move(adopted.begin(), adopted.end(), std::back_inserter(list));
+        snippets_ = listOf(std::move(list));
     }
-    if (adopted) {
+    std::string error;
+    const bool written = writeLibrary(file, *snippets_, error);
+    if (written) {
+        rememberOnDisk(*snippets_);
+    }
+    if (!adopted.empty()) {
         notify();
     }
     return written;
@@ -238,10 +275,13 @@ bool SnippetStore::save() {
 
 void SnippetStore::rememberOnDisk(const std::vector<Snippet>& list) {
     knownFile_ = location_.libraryFile();
+    // Sorted, not hashed: a large library's ids are held all the time, and a third the size.
     knownOnDisk_.clear();
+    knownOnDisk_.reserve(list.size());
     for (const Snippet& snippet : list) {
-        knownOnDisk_.insert(snippet.id);
+        knownOnDisk_.push_back(snippet.id);
     }
+    std::sort(knownOnDisk_.begin(), knownOnDisk_.end());
 }
 
 void SnippetStore::reload() {
@@ -274,15 +314,25 @@ void SnippetStore::reload() {
 
 bool SnippetStore::readAgain() {
     bool changed = false;
-    LibraryRead read = readLibrary(location_.libraryFile());
+    const fs::path file = location_.libraryFile();
+    // Every file in the library's folder wakes the watcher, the usage counts written while the
+    // user types among them; reading a large library again for each would cost far more.
+    const std::optional<FileStamp> stamp = stampOf(file);
+    if (stamp && readStamp_ && *stamp == readStamp_->second && file == readStamp_->first) {
+        return false;
+    }
+    LibraryRead read = readLibrary(file);
     switch (read.status) {
     case LibraryStatus::ok:
+        if (stamp) {
+            readStamp_.emplace(file, *stamp);
+        }
         canSave_ = true;
         problem_.clear();
         rememberOnDisk(read.snippets);
         // The store's own saves come back here too; an equal list is what stops them looping.
-        if (read.snippets != snippets_) {
-            snippets_ = std::move(read.snippets);
+        if (read.snippets != *snippets_) {
+            snippets_ = listOf(std::move(read.snippets));
             changed = true;
         }
         break;
@@ -310,9 +360,9 @@ bool SnippetStore::follow() {
         problem_.clear();
         rememberOnDisk(there.snippets);
         std::size_t added = 0;
-        std::vector<Snippet> result = merged(std::move(there.snippets), snippets_, added);
-        const bool changed = result != snippets_;
-        snippets_ = std::move(result);
+        std::vector<Snippet> result = merged(std::move(there.snippets), *snippets_, added);
+        const bool changed = result != *snippets_;
+        snippets_ = listOf(std::move(result));
         copyImages(from / "images", location_.imagesFolder());
         if (added > 0) {
             save();
@@ -452,16 +502,16 @@ std::optional<std::string> SnippetStore::setSync(bool on) {
         LibraryRead read = readLibrary(location_.libraryFile());
         canSave_ = read.status == LibraryStatus::ok || read.status == LibraryStatus::missing;
         problem_ = read.message;
-        snippets_ = std::move(read.snippets);
+        snippets_ = listOf(std::move(read.snippets));
         notify();
         return message;
     }
 
-    std::vector<Snippet> result = snippets_;
+    std::vector<Snippet> result = *snippets_;
     if (there.status == LibraryStatus::ok) {
         const std::size_t fromThere = there.snippets.size();
         std::size_t added = 0;
-        result = merged(std::move(there.snippets), snippets_, added);
+        result = merged(std::move(there.snippets), *snippets_, added);
         // Both counts, zeros included: "0 of yours were added" is exactly what the user needs to
         // hear when every abbreviation of theirs was already in the synced library.
         message = std::to_string(fromThere) + " came from the synced folder; " +

@@ -6,15 +6,26 @@
 #include "library/Scheduler.h"
 #include "library/Snippet.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 namespace quillet {
+
+/// Tells one version of a file from another without reading it.
+struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::int64_t size = 0;
+    std::int64_t seconds = 0;     ///< last modified
+    std::int64_t nanoseconds = 0; ///< last modified
+
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
 
 /// The one owner of the user's snippet list in the running application. It loads the library
 /// file, saves every change, reads the file again when it changes on disk, moves the library in
@@ -42,7 +53,7 @@ public:
     using SharedFolderLoader = std::function<SharedPack(const std::string& folder)>;
 
     /// Told the effective list (own snippets, then shared ones whose abbreviation is free).
-    using ChangeCallback = std::function<void(const std::vector<Snippet>& effective)>;
+    using ChangeCallback = std::function<void(const SnippetList& effective)>;
 
     /// Loads the library and starts watching. preferences, watcher and scheduler must outlive
     /// the store; without a loader, shared folders are watched but yield no packs.
@@ -53,7 +64,7 @@ public:
     SnippetStore& operator=(const SnippetStore&) = delete;
 
     /// The user's snippets, in their order.
-    const std::vector<Snippet>& snippets() const { return snippets_; }
+    const std::vector<Snippet>& snippets() const { return *snippets_; }
 
     /// Replaces the user's snippets, saves them and reports the effective list.
     void setSnippets(std::vector<Snippet> snippets);
@@ -61,8 +72,9 @@ public:
     /// One pack per folder under "sharedFolders", in that order; none without a loader.
     const std::vector<SharedPack>& shared() const { return shared_; }
 
-    /// The user's snippets followed by the shared ones whose abbreviation none of them has.
-    std::vector<Snippet> effectiveSnippets() const;
+    /// The user's snippets followed by the shared ones whose abbreviation none of them has;
+    /// the user's own list itself when no shared one is added.
+    SnippetList effectiveSnippets() const;
 
     /// Sets the change callback and calls it at once with the current effective list; it is
     /// called again whenever the user's snippets or the shared packs change.
@@ -124,7 +136,8 @@ private:
     LibraryLocation location_;
     SharedFolderLoader loader_;
 
-    std::vector<Snippet> snippets_;
+    // Shared with whoever was told it, so replaced whole, never changed in place.
+    SnippetList snippets_ = std::make_shared<const std::vector<Snippet>>();
     std::vector<SharedPack> shared_;
     ChangeCallback onChange_;
     std::function<void()> onSettingsChange_;
@@ -135,8 +148,10 @@ private:
     std::vector<std::filesystem::path> watched_;
     // The ids of the list this store last read from or wrote to knownFile_, so that a save can
     // tell snippets another process added since (the command-line tool) from ones deleted here.
-    std::unordered_set<Uuid> knownOnDisk_;
+    std::vector<Uuid> knownOnDisk_; // sorted
     std::filesystem::path knownFile_;
+    // The library file as the last reload read it, while the list still equals its content.
+    std::optional<std::pair<std::filesystem::path, FileStamp>> readStamp_;
     // Lets work handed to the scheduler find out that the store is gone.
     std::shared_ptr<bool> alive_;
 };

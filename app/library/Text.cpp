@@ -204,6 +204,19 @@ std::string fromIcu(const icu::UnicodeString& s) {
     return out;
 }
 
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
 bool isValidUtf8(std::string_view s) {
     int32_t i = 0;
     const auto* p = reinterpret_cast<const uint8_t*>(s.data());

@@ -56,6 +56,9 @@ std::string repairUtf8(std::string_view s);
 /// True when s is well-formed UTF-8.
 bool isValidUtf8(std::string_view s);
 
+/// The value of an ASCII hexadecimal digit (either case); -1 for any other character.
+int hexDigit(char c);
+
 /// s as ICU's UTF-16 string, for the ICU services that need one.
 icu::UnicodeString toIcu(std::string_view s);
 

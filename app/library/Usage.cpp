@@ -330,18 +330,31 @@ void Usage::add(const Usage& other) {
 }
 
 std::string encodeUsage(const Usage& usage) {
-    json uses = json::array();
+    // Written straight out rather than through a document: the record has an entry per snippet,
+    // and a document of a large library would take several times the file's size in memory.
+    // The bytes are those the document would give (keys in order, numbers as it prints them).
+    std::string out;
+    out.reserve(64 + usage.uses.size() * 76);
+    out += "{\"characters\":";
+    out += std::to_string(usage.characters);
+    out += ",\"expansions\":";
+    out += std::to_string(usage.expansions);
+    out += ",\"uses\":[";
+    bool first = true;
     for (const auto& [id, use] : usage.uses) {
-        uses.push_back(id.text());
+        out += first ? "\"" : ",\"";
+        first = false;
+        out += id.text();
+        out += "\",{\"count\":";
+        out += std::to_string(use.count);
+        out += ",\"last\":";
         // A date that is not a number would be written as null and make the whole file
         // undecodable next time.
-        double last = std::isfinite(use.last.seconds) ? use.last.seconds : 0.0;
-        uses.push_back(json{{"count", use.count}, {"last", last}});
+        out += json(std::isfinite(use.last.seconds) ? use.last.seconds : 0.0).dump();
+        out += '}';
     }
-    json object{{"uses", std::move(uses)},
-                {"expansions", usage.expansions},
-                {"characters", usage.characters}};
-    return object.dump();
+    out += "]}";
+    return out;
 }
 
 std::optional<Usage> decodeUsage(std::string_view bytes, std::string& error) {
@@ -350,6 +363,9 @@ std::optional<Usage> decodeUsage(std::string_view bytes, std::string& error) {
         document = json::parse(bytes);
     } catch (const json::parse_error& e) {
         error = "The usage file is not valid JSON (at byte " + std::to_string(e.byte) + ").";
+        return std::nullopt;
+    } catch (const json::exception&) {
+        error = "The usage file holds a number too large to read."; // such as 1e999
         return std::nullopt;
     }
     if (!document.is_object()) {
@@ -437,6 +453,19 @@ Usage UsageFile::load() {
 }
 
 bool UsageFile::save(Usage& usage) {
+    if (!prepare(usage)) {
+        return false;
+    }
+    std::string error;
+    if (!write(path_, usage, error)) {
+        error_ = std::move(error);
+        return false;
+    }
+    error_.clear();
+    return true;
+}
+
+bool UsageFile::prepare(Usage& usage) {
     switch (status_) {
     case Status::notLoaded:
         error_ = "The usage file " + quote(path_) + " was not read yet, so it is left as it is.";
@@ -459,14 +488,12 @@ bool UsageFile::save(Usage& usage) {
     case Status::setAside:
         break;
     }
-    std::string error;
-    if (!createFolders(path_.parent_path(), 0700, error) ||
-        !writeFileAtomically(path_, encodeUsage(usage), 0600, error)) {
-        error_ = std::move(error);
-        return false;
-    }
-    error_.clear();
     return true;
+}
+
+bool UsageFile::write(const fs::path& path, const Usage& usage, std::string& error) {
+    return createFolders(path.parent_path(), 0700, error) &&
+           writeFileAtomically(path, encodeUsage(usage), 0600, error);
 }
 
 } // namespace quillet

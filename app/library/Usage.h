@@ -134,6 +134,15 @@ public:
     /// the write failed or was refused because the file on disk still cannot be read.
     bool save(Usage& usage);
 
+    /// The first half of save, for a caller that writes elsewhere (on another thread): refuses
+    /// while the file still cannot be read, and adds its record to usage once it reads. False,
+    /// with lastError() set, when a save would be refused.
+    bool prepare(Usage& usage);
+
+    /// The second half of save: writes usage to the file at path atomically. Touches no
+    /// UsageFile, so it may run on any thread. False, with error set, when the write failed.
+    static bool write(const std::filesystem::path& path, const Usage& usage, std::string& error);
+
     /// How the last load ended.
     Status status() const { return status_; }
 

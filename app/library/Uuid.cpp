@@ -1,5 +1,7 @@
 #include "library/Uuid.h"
 
+#include "library/Text.h"
+
 #include <cerrno>
 #include <cstring>
 #include <random>
@@ -13,19 +15,6 @@ constexpr char upperDigits[] = "0123456789ABCDEF";
 // Where the hyphens sit in the canonical text.
 constexpr bool isHyphenPosition(std::size_t i) {
     return i == 8 || i == 13 || i == 18 || i == 23;
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
 }
 
 // Fills buffer from the kernel's CSPRNG. Identifiers of synced libraries meet on other machines,
@@ -73,8 +62,8 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
             ++i;
             continue;
         }
-        int high = hexValue(text[i]);
-        int low = hexValue(text[i + 1]);
+        int high = text::hexDigit(text[i]);
+        int low = text::hexDigit(text[i + 1]);
         if (high < 0 || low < 0) {
             return std::nullopt;
         }

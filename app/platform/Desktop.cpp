@@ -16,7 +16,7 @@ std::unique_ptr<Desktop> Desktop::open(Scheduler& scheduler, const Preferences& 
 #ifdef QUILLET_HAVE_X11
     if (display != nullptr && *display != '\0') {
         std::string error;
-        if (auto desktop = X11Desktop::open(display, scheduler, preferences, error)) {
+        if (auto desktop = X11Desktop::open(display, scheduler, preferences, error, log)) {
             log("keyboard backend: " + desktop->describe());
             return desktop;
         }

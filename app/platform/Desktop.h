@@ -3,6 +3,7 @@
 #include "engine/Executor.h"
 #include "engine/FrontApplication.h"
 #include "engine/KeySource.h"
+#include "engine/SecureInput.h"
 #include "library/Preferences.h"
 #include "library/Scheduler.h"
 #include "render/Pasteboard.h"
@@ -33,6 +34,9 @@ public:
 
     /// The system clipboard.
     virtual Pasteboard& pasteboard() = 0;
+
+    /// Whether another application keeps the user's typing to itself, and which.
+    virtual SecureInput& secureInput() = 0;
 
     /// Calls changed on the main thread whenever another application puts something on the
     /// clipboard.

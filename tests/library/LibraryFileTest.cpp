@@ -41,6 +41,74 @@ TEST(LibraryEncoding, IsOneCompactArrayAndOneBadRecordRefusesTheWholeFile) {
     }
 }
 
+// The library is read straight from its text; a document of it must come to the same snippets
+// and the same first problem.
+TEST(LibraryEncoding, ReadsAsADocumentOfTheWholeFileWould) {
+    auto viaDocument = [](const std::string& text, std::string& error) {
+        std::optional<std::vector<Snippet>> out;
+        nlohmann::json document;
+        try {
+            document = nlohmann::json::parse(text);
+        } catch (const nlohmann::json::parse_error& e) {
+            error = "The library file is not valid JSON (at byte " + std::to_string(e.byte) + ").";
+            return out;
+        }
+        if (!document.is_array()) {
+            error = "The library file does not hold a list of snippets.";
+            return out;
+        }
+        out.emplace();
+        for (std::size_t i = 0; i < document.size(); ++i) {
+            if (auto snippet = snippetFromJson(document[i], error)) {
+                out->push_back(std::move(*snippet));
+            } else {
+                error = "Snippet " + std::to_string(i + 1) +
+                        " of the library file is damaged: " + error + ".";
+                return decltype(out){};
+            }
+        }
+        return out;
+    };
+    const std::string id = R"("id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F")";
+    const std::string base = id + R"(,"abbreviation":";a","content":"x")";
+    const std::string texts[] = {
+        // Every field, escapes, characters beyond the basic plane, numbers of each kind.
+        "[{" + base + R"(,"apps":["a\u00e9"],"sites":["\ud83d\ude00\/\t"],"scope":"only",)" +
+            R"("markdown":true,"image":"p.png","regex":false,"kind":"shell","archived":false,)" +
+            R"("locked":true,"trigger":"tab","created":-0,"more":{"x":[1,{"y":null}]}}])",
+        "[{" + base + R"(,"created":18446744073709551616},{)" + base + R"(,"created":-1.5e-3}])",
+        " \r\n\t[ {" + base + R"( , "created" : 12 } ] )",
+        // The last of a repeated key counts; null stands for absent.
+        "[{" + base + R"(,"apps":"a","apps":["b"],"image":null,"trigger":null}])",
+        // The first bad record, by the checks' order within it.
+        "[{" + base + "}, 3, {" + base + R"(,"kind":"cobol"}])",
+        "[{" + base + R"(,"sites":["a",["b"]],"scope":7}])",
+        R"([{"abbreviation":1,"kind":"perl"}])",
+        "[{" + base + R"(,"content":{"a":"b"}}])",
+        // Not a list, or not JSON: the text's own errors come before any record's.
+        R"({"a":1})",
+        "[{" + base + R"(,"kind":"cobol"}, tru])",
+        "[\"\\ud800\"]",
+        "[\"\x01\"]",
+        "[\"\xC0\xAF\"]",
+        "[01]",
+        "[1,]",
+        "\xEF\xBB\xBF[]",
+        "[] []",
+        "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[",
+    };
+    for (const std::string& text : texts) {
+        std::string expected, error;
+        const auto document = viaDocument(text, expected);
+        EXPECT_EQ(decodeLibrary(text, error), document) << text;
+        EXPECT_EQ(error, document ? "" : expected) << text;
+    }
+    // A number beyond a double's range made the document's parser throw, not report.
+    std::string error;
+    EXPECT_FALSE(decodeLibrary("[{" + base + R"(,"created":1e999}])", error));
+    EXPECT_EQ(error, "The library file is not valid JSON (at byte 95).");
+}
+
 TEST(LibraryFile, WritesPrivatelyAndReplacesAtomicallyThroughALink) {
     TempFolder temp;
     auto file = temp / "data" / "quillet" / "snippets.json";

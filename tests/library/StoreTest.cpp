@@ -38,9 +38,9 @@ protected:
                                             FileWatcher* on = nullptr) {
         auto store = std::make_unique<SnippetStore>(preferences, on != nullptr ? *on : watcher,
                                                     loop, folders, std::move(loader));
-        store->setOnChange([this](const std::vector<Snippet>& effective) {
+        store->setOnChange([this](const SnippetList& effective) {
             ++changes;
-            told = effective;
+            told = *effective;
         });
         return store;
     }

@@ -139,7 +139,8 @@ TEST(UsageFile, IsPrivateStaysHereWhileSyncedAndIsNeverLostOrOverwritten) {
     // One that does not decode is set aside first, under a numbered name when it is taken.
     const std::string truncated = encodeUsage(saved).substr(0, 30);
     const std::string wrongType = R"({"uses":[],"expansions":"many","characters":0})";
-    for (const std::string& bad : {truncated, wrongType}) {
+    const std::string huge = R"({"uses":[],"expansions":1e999,"characters":0})";
+    for (const std::string& bad : {truncated, wrongType, huge}) {
         testing::writeText(file, bad);
         UsageFile damaged(file);
         EXPECT_EQ(damaged.load(), Usage{});
@@ -148,6 +149,7 @@ TEST(UsageFile, IsPrivateStaysHereWhileSyncedAndIsNeverLostOrOverwritten) {
     }
     EXPECT_EQ(testing::contentsOf(file.string() + ".damaged"), truncated);
     EXPECT_EQ(testing::contentsOf(file.string() + ".damaged-2"), wrongType);
+    EXPECT_EQ(testing::contentsOf(file.string() + ".damaged-3"), huge);
 
     // One it cannot read stays, though the folders would let anyone replace it.
     for (const auto& folder : {temp.path(), temp / "data", file.parent_path()}) {

@@ -60,12 +60,13 @@ Snippet snippet(std::string abbreviation, std::string content,
     return s;
 }
 
-Typist::Typist(const std::string& prebind) {
+Typist::Typist(const std::string& prebind, Source source) {
     display_ = XOpenDisplay(nullptr);
     if (display_ == nullptr) {
         throw std::runtime_error("no X display");
     }
     int count = 0;
+    xtest_ = source == Source::xtest;
     XDeviceInfo* devices = XListInputDevices(display_, &count);
     for (int i = 0; i < count; ++i) {
         const std::string name = devices[i].name;
@@ -75,7 +76,7 @@ Typist::Typist(const std::string& prebind) {
         }
     }
     XFreeDeviceList(devices);
-    if (keyboard_ == nullptr) {
+    if (keyboard_ == nullptr && !xtest_) {
         throw std::runtime_error("the X server has no keyboard device of its own");
     }
     // Bind what the layout lacks to spare keycodes now, as a user's xmodmap would.
@@ -125,18 +126,22 @@ unsigned Typist::code(KeySym key, bool& shift) {
     return keycode;
 }
 
+void Typist::send(unsigned keycode, bool down) {
+    if (xtest_) {
+        XTestFakeKeyEvent(display_, keycode, down ? True : False, CurrentTime);
+    } else {
+        XTestFakeDeviceKeyEvent(display_, keyboard_, keycode, down ? True : False, nullptr, 0, 0);
+    }
+}
+
 void Typist::key(KeySym sym, bool down) {
     bool shift = false;
-    const unsigned keycode = code(sym, shift);
-    XTestFakeDeviceKeyEvent(display_, keyboard_, keycode, down ? True : False, nullptr, 0, 0);
+    send(code(sym, shift), down);
     XFlush(display_);
 }
 
 void Typist::tap(KeySym sym, bool shift, bool control) {
     const unsigned keycode = code(sym, shift);
-    auto send = [&](unsigned c, bool down) {
-        XTestFakeDeviceKeyEvent(display_, keyboard_, c, down ? True : False, nullptr, 0, 0);
-    };
     const unsigned shiftCode = XKeysymToKeycode(display_, XK_Shift_L);
     const unsigned controlCode = XKeysymToKeycode(display_, XK_Control_L);
     if (control) {

@@ -19,14 +19,18 @@ namespace quillet::testing {
 Snippet snippet(std::string abbreviation, std::string content,
                 const std::function<void(Snippet&)>& change = {});
 
-/// The user's hands on a real X server: key presses sent through XTEST to the server's own
-/// keyboard device (not XTEST's virtual one), so they look like a physical keyboard's, and
-/// clicks through the pointer. Characters the layout lacks are bound to spare keycodes once,
-/// up front, the way xmodmap would, so no mapping changes while typing.
+/// The user's hands on a real X server, and clicks through the pointer. Keys come either from
+/// the server's own keyboard device, so they look like a physical keyboard's, or from XTEST's
+/// virtual keyboard, as on-screen keyboards, remote desktops and automation tools send them.
+/// Characters the layout lacks are bound to spare keycodes once, up front, the way xmodmap
+/// would, so no mapping changes while typing.
 class Typist {
 public:
+    /// Where the key presses come from.
+    enum class Source { keyboard, xtest };
+
     /// Connects to $DISPLAY; throws when the server has no usable keyboard device.
-    explicit Typist(const std::string& prebind = {});
+    explicit Typist(const std::string& prebind = {}, Source source = Source::keyboard);
     ~Typist();
     Typist(const Typist&) = delete;
     Typist& operator=(const Typist&) = delete;
@@ -47,9 +51,11 @@ public:
 
 private:
     unsigned code(KeySym key, bool& shift);
+    void send(unsigned keycode, bool down);
 
     Display* display_ = nullptr;
     XDevice* keyboard_ = nullptr;
+    bool xtest_ = false;
 };
 
 /// The test window (tests/support/textwindow): an editor that reports its text.

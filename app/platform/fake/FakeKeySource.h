@@ -34,6 +34,10 @@ public:
         grabs.push_back(on ? "grab tab" : "release tab");
     }
 
+    void grabReturn(bool on) override {
+        returnGrabbed = on;
+        grabs.push_back(on ? "grab return" : "release return");
+    }
     void grabEscape(bool on) override {
         escapeGrabbed = on;
         grabs.push_back(on ? "grab escape" : "release escape");
@@ -44,7 +48,8 @@ public:
         const auto& m = event.modifiers;
         const bool bare = !m.control && !m.super && !m.alt && !m.shift;
         event.held = swallows_ || (bare && ((event.key == KeyEvent::Key::tab && tabGrabbed) ||
-                                            (event.key == KeyEvent::Key::escape && escapeGrabbed)));
+                                            (event.key == KeyEvent::Key::escape && escapeGrabbed) ||
+                                            (event.key == KeyEvent::Key::enter && returnGrabbed)));
         if (observer_ == nullptr) {
             return std::nullopt;
         }
@@ -112,6 +117,7 @@ public:
     std::optional<std::string> refusal;
     bool tabGrabbed = false;
     bool escapeGrabbed = false;
+    bool returnGrabbed = false;
     /// Every grab and release asked for, in order: "grab tab", "release escape"...
     std::vector<std::string> grabs;
     /// The verdict on every key pressed, in order.

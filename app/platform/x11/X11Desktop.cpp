@@ -3,7 +3,8 @@
 namespace quillet {
 
 std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Scheduler& scheduler,
-                                             const Preferences& preferences, std::string& error) {
+                                             const Preferences& preferences, std::string& error,
+                                             const std::function<void(const std::string&)>& log) {
     std::unique_ptr<X11Desktop> desktop(new X11Desktop);
     desktop->display_ = display;
     desktop->typing_ = X11Connection::open(display, scheduler, error);
@@ -12,10 +13,13 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     }
     desktop->focus_ = X11Connection::open(display, scheduler, error);
     desktop->clipboard_ = X11Clipboard::open(display, scheduler, error);
-    if (!desktop->focus_ || !desktop->clipboard_) {
+    desktop->grabWatch_ = X11Connection::open(display, scheduler, error);
+    if (!desktop->focus_ || !desktop->clipboard_ || !desktop->grabWatch_) {
         return nullptr;
     }
     desktop->typer_ = std::make_unique<X11Typer>(*desktop->typing_, desktop->own_);
+    // Typing through a keyboard of its own lets Quillet hold every other one while it types.
+    desktop->typer_->useKeyboard(X11OwnKeyboard::open(desktop->typing_->display()));
     desktop->front_ = std::make_unique<X11FrontApplication>(*desktop->focus_);
     desktop->keys_ = std::make_unique<X11KeySource>(display, scheduler, desktop->own_);
     desktop->executor_ = std::make_unique<X11Executor>(*desktop->typer_, *desktop->clipboard_,
@@ -23,7 +27,18 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     // The user's keys typed on during an expansion wait until it is over, so they cannot land
     // between its erase and its paste.
     X11KeySource* keys = desktop->keys_.get();
+    if (const X11OwnKeyboard* own = desktop->typer_->ownKeyboard()) {
+        keys->setOwnKeyboard(own->keyboardId());
+    } else if (log) {
+        log("no keyboard device of its own (XInput 2): keys from XTEST's virtual keyboard can "
+            "land inside an expansion");
+    }
     desktop->executor_->setHoldKeyboard([keys](bool on) { keys->holdKeyboard(on); });
+    desktop->grabs_ = std::make_unique<X11SecureInput>(*desktop->grabWatch_,
+                                                       [keys] { return keys->grabsActivated(); });
+    desktop->passwords_ = std::make_unique<AtSpiPasswordFocus>(scheduler, log);
+    desktop->secure_ = std::make_unique<AnySecureInput>(
+        std::vector<SecureInput*>{desktop->grabs_.get(), desktop->passwords_.get()});
     return desktop;
 }
 
@@ -31,6 +46,9 @@ X11Desktop::~X11Desktop() {
     // The executor gives the user's clipboard back and the typer its spare keycodes before the
     // connections they use close.
     executor_.reset();
+    secure_.reset();
+    passwords_.reset();
+    grabs_.reset();
     keys_.reset();
     typer_.reset();
     front_.reset();

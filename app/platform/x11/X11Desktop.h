@@ -1,14 +1,18 @@
 #pragma once
 
+#include "platform/AnySecureInput.h"
 #include "platform/Desktop.h"
+#include "platform/linux/AtSpiPasswordFocus.h"
 #include "platform/x11/OwnKeys.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Executor.h"
 #include "platform/x11/X11FrontApplication.h"
 #include "platform/x11/X11KeySource.h"
+#include "platform/x11/X11SecureInput.h"
 #include "platform/x11/X11Typer.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,9 +22,11 @@ namespace quillet {
 /// pastes through Quillet's own CLIPBOARD selection.
 class X11Desktop final : public Desktop {
 public:
-    /// Connects to display; null, with error, when the server cannot be used.
-    static std::unique_ptr<X11Desktop> open(const std::string& display, Scheduler& scheduler,
-                                            const Preferences& preferences, std::string& error);
+    /// Connects to display; null, with error, when the server cannot be used. log (may be
+    /// empty) hears what works only in part, such as a missing accessibility bus.
+    static std::unique_ptr<X11Desktop>
+    open(const std::string& display, Scheduler& scheduler, const Preferences& preferences,
+         std::string& error, const std::function<void(const std::string&)>& log = {});
     ~X11Desktop() override;
 
     std::string describe() const override { return "x11 on display " + display_; }
@@ -28,6 +34,8 @@ public:
     Executor& executor() override { return *executor_; }
     FrontApplication& front() override { return *front_; }
     Pasteboard& pasteboard() override { return *clipboard_; }
+    /// Active while another client grabs the keyboard or a password field has the focus.
+    SecureInput& secureInput() override { return *secure_; }
     void setOnClipboardChange(std::function<void()> changed) override;
 
 private:
@@ -42,6 +50,10 @@ private:
     std::unique_ptr<X11FrontApplication> front_;
     std::unique_ptr<X11KeySource> keys_;
     std::unique_ptr<X11Executor> executor_;
+    std::unique_ptr<X11Connection> grabWatch_;
+    std::unique_ptr<X11SecureInput> grabs_;
+    std::unique_ptr<AtSpiPasswordFocus> passwords_;
+    std::unique_ptr<AnySecureInput> secure_;
 };
 
 } // namespace quillet

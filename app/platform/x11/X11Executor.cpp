@@ -70,6 +70,7 @@ void X11Executor::begin() {
     if (std::exchange(expanding_, true)) {
         return;
     }
+    typer_.followFocus();
     if (hold_) {
         hold_(true);
     }
@@ -158,8 +159,11 @@ void X11Executor::finish(Done done) {
         clipboard_.restore(std::move(*borrowed_));
         borrowed_.reset();
     }
-    if (std::exchange(expanding_, false) && hold_) {
-        hold_(false);
+    if (std::exchange(expanding_, false)) {
+        typer_.dropFocus();
+        if (hold_) {
+            hold_(false);
+        }
     }
     done();
 }

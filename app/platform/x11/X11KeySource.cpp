@@ -18,6 +18,7 @@
 #include <poll.h>
 #include <vector>
 #include <xcb/xcb.h>
+#include <xkbcommon/xkbcommon-compose.h>
 #include <xkbcommon/xkbcommon-x11.h>
 #include <xkbcommon/xkbcommon.h>
 
@@ -163,11 +164,18 @@ void X11KeySource::XkbDeleter::operator()(xkb_keymap* keymap) const {
 void X11KeySource::XkbDeleter::operator()(xkb_state* state) const {
     xkb_state_unref(state);
 }
+void X11KeySource::XkbDeleter::operator()(xkb_compose_table* table) const {
+    xkb_compose_table_unref(table);
+}
+void X11KeySource::XkbDeleter::operator()(xkb_compose_state* state) const {
+    xkb_compose_state_unref(state);
+}
 
 X11KeySource::X11KeySource(std::string display, Scheduler& scheduler, OwnKeys& own)
     : displayName_(std::move(display)), scheduler_(scheduler), own_(own) {
     tab_.keysym = XK_Tab;
     escape_.keysym = XK_Escape;
+    return_.keysym = XK_Return;
 }
 
 X11KeySource::~X11KeySource() {
@@ -214,6 +222,7 @@ bool X11KeySource::start(Observer& observer, std::string& error) {
         closeConnections();
         return false;
     }
+    loadCompose();
 
     // Key and button presses of every client, and the requests that change what keys mean, all
     // in the order the server handled them. The keymap is then read back from the server, so a
@@ -269,8 +278,9 @@ bool X11KeySource::start(Observer& observer, std::string& error) {
         }
     });
     control_->watch([this](Display*) { readControl(); });
-    applyGrab(tab_);
-    applyGrab(escape_);
+    for (Grab* grab : grabs()) {
+        applyGrab(*grab);
+    }
     return true;
 }
 
@@ -282,9 +292,10 @@ void X11KeySource::stop() {
     holdKeyboard(false);
     Display* control = control_->display();
     // A source started again holds nothing until asked, as the engine expects.
-    tab_.wanted = escape_.wanted = false;
-    releaseGrab(tab_);
-    releaseGrab(escape_);
+    for (Grab* grab : grabs()) {
+        grab->wanted = false;
+        releaseGrab(*grab);
+    }
     if (context_ != 0) {
         XRecordDisableContext(control, context_);
         XSync(control, False);
@@ -323,8 +334,10 @@ void X11KeySource::closeConnections() {
     down_.clear();
     caught_.clear();
     grabHolder_ = 0;
-    tab_.keycode = 0;
-    escape_.keycode = 0;
+    activeKey_ = 0;
+    for (Grab* grab : grabs()) {
+        grab->keycode = 0;
+    }
     holding_ = false;
     heldDevices_.clear();
     queued_.clear();
@@ -406,6 +419,7 @@ void X11KeySource::keyEvent(unsigned keycode, bool press, unsigned state, unsign
         }
     } else if (observer_ != nullptr) {
         KeyEvent event = decode(state_.get(), keycode);
+        compose(event, state_.get(), keycode);
         event.held = caught && event.key != KeyEvent::Key::modifier;
         const Verdict verdict = observer_->key(event);
         if (event.held && verdict == Verdict::pass && control_) {
@@ -457,6 +471,65 @@ KeyEvent X11KeySource::decode(xkb_state* state, unsigned keycode) const {
     return event;
 }
 
+// Dead keys and Compose ------------------------------------------------------------------------
+
+void X11KeySource::loadCompose() {
+    // The applications compose with the same tables, so what they show and what is matched
+    // agree. The C locale's table gives Latin-1 bytes; its UTF-8 twin gives the same sequences.
+    std::string locale = "C";
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        if (const char* value = std::getenv(name); value != nullptr && *value != '\0') {
+            locale = value;
+            break;
+        }
+    }
+    if (locale == "C" || locale == "POSIX") {
+        locale = "C.UTF-8";
+    }
+    composeTable_.reset(xkb_compose_table_new_from_locale(xkb_.get(), locale.c_str(),
+                                                          XKB_COMPOSE_COMPILE_NO_FLAGS));
+    compose_.reset(composeTable_
+                       ? xkb_compose_state_new(composeTable_.get(), XKB_COMPOSE_STATE_NO_FLAGS)
+                       : nullptr);
+}
+
+// A dead key or a Compose key starts a sequence that types nothing until it ends; the character
+// it makes then arrives as the text of its last key, so "café" typed with a dead acute reaches
+// the matcher as the four characters it shows.
+void X11KeySource::compose(KeyEvent& event, xkb_state* state, unsigned keycode) {
+    if (!compose_ || event.key == KeyEvent::Key::modifier) {
+        return;
+    }
+    const xkb_keysym_t sym = xkb_state_key_get_one_sym(state, keycode);
+    if (xkb_compose_state_feed(compose_.get(), sym) != XKB_COMPOSE_FEED_ACCEPTED) {
+        return;
+    }
+    switch (xkb_compose_state_get_status(compose_.get())) {
+    case XKB_COMPOSE_NOTHING:
+        return;
+    case XKB_COMPOSE_COMPOSING:
+        event.text.clear();
+        return;
+    case XKB_COMPOSE_CANCELLED:
+        event.text.clear();
+        xkb_compose_state_reset(compose_.get());
+        return;
+    case XKB_COMPOSE_COMPOSED: {
+        char text[64];
+        const xkb_keysym_t made = xkb_compose_state_get_one_sym(compose_.get());
+        const int n = made != XKB_KEY_NoSymbol
+                          ? xkb_keysym_to_utf8(made, text, sizeof text) - 1
+                          : xkb_compose_state_get_utf8(compose_.get(), text, sizeof text);
+        event.key = KeyEvent::Key::other;
+        event.text = n > 0 && static_cast<std::size_t>(n) < sizeof text
+                         ? std::string(text, static_cast<std::size_t>(n))
+                         : std::string();
+        xkb_compose_state_reset(compose_.get());
+        return;
+    }
+    }
+}
+
 // The keymap ----------------------------------------------------------------------------------
 
 void X11KeySource::mappingChanged() {
@@ -466,8 +539,9 @@ void X11KeySource::mappingChanged() {
     }
     loadKeymap();
     // The keys to grab, or the lock modifiers to grab them with, may have moved.
-    applyGrab(tab_);
-    applyGrab(escape_);
+    for (Grab* grab : grabs()) {
+        applyGrab(*grab);
+    }
     if (!ours && observer_ != nullptr) {
         observer_->reset();
     }
@@ -590,6 +664,11 @@ void X11KeySource::grabEscape(bool on) {
     applyGrab(escape_);
 }
 
+void X11KeySource::grabReturn(bool on) {
+    return_.wanted = on;
+    applyGrab(return_);
+}
+
 void X11KeySource::applyGrab(Grab& grab) {
     if (!control_ || !keymap_) {
         return;
@@ -633,7 +712,10 @@ void X11KeySource::releaseGrab(Grab& grab) {
 }
 
 bool X11KeySource::grabMayCatch() const {
-    return tab_.keycode != 0 || escape_.keycode != 0 || grabHolder_ != 0;
+    // Keys already caught but not yet recorded count too: a burst of Quillet's own keys can all
+    // land in a grab that the first of them, handed on, has ended since.
+    return tab_.keycode != 0 || escape_.keycode != 0 || return_.keycode != 0 || grabHolder_ != 0 ||
+           !caught_.empty();
 }
 
 // Whether a recorded press went to a grab of ours instead of the application. RECORD records a
@@ -645,6 +727,12 @@ bool X11KeySource::grabMayCatch() const {
 // a later request: one round trip after the recorded event, the copy is there if it exists.
 // They are matched by key and server time.
 bool X11KeySource::wasCaught(unsigned keycode, unsigned long time) {
+    // Server times only grow (modulo 2^32): a copy older than this event belongs to none still
+    // to come.
+    while (!caught_.empty() && caught_.front().time != time &&
+           static_cast<std::uint32_t>(time - caught_.front().time) < 0x80000000U) {
+        caught_.pop_front();
+    }
     auto find = [&] {
         for (auto it = caught_.begin(); it != caught_.end(); ++it) {
             if (it->keycode == keycode && it->time == time) {
@@ -673,11 +761,29 @@ void X11KeySource::readControl() {
             if (grabHolder_ == 0) {
                 grabHolder_ = event.xkey.keycode;
             }
+            // Counted from this connection's own events, which come in server order, and not
+            // from the recorded releases, which may come later than the next press here.
+            if (activeKey_ == 0) {
+                activeKey_ = event.xkey.keycode;
+                ++activations_;
+            }
             if (caught_.size() > keep) {
                 caught_.pop_front();
             }
+        } else if (event.type == KeyRelease && event.xkey.keycode == activeKey_) {
+            activeKey_ = 0; // the server ends a passive grab's activation with this release
         }
     }
+}
+
+std::uint64_t X11KeySource::grabsActivated() {
+    if (control_) {
+        // A key that activated a grab reaches the control connection in the same step of the
+        // server as the focus events the grab sends, so after a round trip it is here.
+        XSync(control_->display(), False);
+        readControl();
+    }
+    return activations_;
 }
 
 void X11KeySource::deliver(unsigned keycode) {
@@ -686,7 +792,13 @@ void X11KeySource::deliver(unsigned keycode) {
     // for the moment, or the key would land in the grab again.
     XUngrabKeyboard(control, CurrentTime);
     grabHolder_ = 0;
-    Grab* grab = keycode == tab_.keycode ? &tab_ : keycode == escape_.keycode ? &escape_ : nullptr;
+    activeKey_ = 0;
+    Grab* grab = nullptr;
+    for (Grab* candidate : grabs()) {
+        if (keycode == candidate->keycode) {
+            grab = candidate;
+        }
+    }
     if (grab != nullptr) {
         XUngrabKey(control, static_cast<int>(keycode), AnyModifier, XDefaultRootWindow(control));
         grab->keycode = 0;
@@ -704,11 +816,11 @@ void X11KeySource::deliver(unsigned keycode) {
 
 // Holding the keyboard --------------------------------------------------------------------------
 
-// While the keyboard is held, each physical keyboard (every slave keyboard but the XTEST ones)
-// is grabbed with XInput2. The server floats a grabbed slave: its keys come only to this
-// connection, RECORD no longer sees them and the master keyboard, which the applications
-// listen to, no longer feels them, modifiers included; the XTEST slave still feeds the master,
-// so Quillet's own keys arrive undisturbed and unshifted.
+// While the keyboard is held, each of the user's keyboards is grabbed with XInput2: every slave
+// keyboard but the one Quillet types through (without a keyboard of its own, every one but the
+// XTEST ones). The server floats a grabbed slave: its keys come only to this connection, RECORD
+// no longer sees them and the master keyboard, which the applications listen to, no longer
+// feels them, modifiers included; Quillet's own keys arrive undisturbed and unshifted.
 void X11KeySource::holdKeyboard(bool on) {
     if (!on) {
         releaseHold(observer_ != nullptr);
@@ -765,7 +877,8 @@ void X11KeySource::holdKeyboard(bool on) {
     XIDeviceInfo* devices = XIQueryDevice(hold, XIAllDevices, &count);
     for (int i = 0; i < count; ++i) {
         const XIDeviceInfo& device = devices[i];
-        if (device.use != XISlaveKeyboard || !device.enabled || isXtest(device)) {
+        const bool ours = ownKeyboard_ >= 0 ? device.deviceid == ownKeyboard_ : isXtest(device);
+        if (device.use != XISlaveKeyboard || !device.enabled || ours) {
             continue;
         }
         XIEventMask mask{device.deviceid, sizeof bits, bits};
@@ -822,6 +935,7 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
     }
     xkb_state_update_mask(state.get(), mods & realModifiers, 0, 0, 0, 0, group);
     KeyEvent event = decode(state.get(), keycode);
+    compose(event, state.get(), keycode);
     event.held = true;
     if (observer_->key(event) == Verdict::pass) {
         queued_.push_back({keycode, true});

@@ -4,7 +4,9 @@
 #include "library/Scheduler.h"
 #include "platform/x11/OwnKeys.h"
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <set>
@@ -13,6 +15,8 @@
 struct xkb_context;
 struct xkb_keymap;
 struct xkb_state;
+struct xkb_compose_table;
+struct xkb_compose_state;
 
 namespace quillet {
 
@@ -21,9 +25,9 @@ class X11Connection;
 /// The keyboard on an X server, heard through the RECORD extension. Every key press of every
 /// client arrives on a dedicated data connection, in server order with the requests that change
 /// the keyboard mapping, and is decoded with xkbcommon from the server's keymap. A second, control
-/// connection fetches the keymap, holds the Tab and Escape grabs and sends the keys a verdict
-/// lets through. Everything runs on the scheduler's main thread. An observer may stop the source
-/// from inside a call, but must not destroy it there.
+/// connection fetches the keymap, holds the Tab, Escape and Return grabs and sends the keys a
+/// verdict lets through. Everything runs on the scheduler's main thread. An observer may stop the
+/// source from inside a call, but must not destroy it there.
 class X11KeySource final : public KeySource {
 public:
     /// A listener on display (empty: $DISPLAY) that leaves out the events own announces.
@@ -43,17 +47,29 @@ public:
     void grabTab(bool on) override;
     /// Grabs plain Escape on the root window, whatever locks are on, or lets it go.
     void grabEscape(bool on) override;
+    /// Grabs plain Return on the root window, whatever locks are on, or lets it go.
+    void grabReturn(bool on) override;
 
-    /// Keeps the physical keyboards' keys from the applications while on (an expansion is being
-    /// typed); they are reported as held and the ones let through are replayed when it ends.
-    /// Does nothing without XInput2 or when no keyboard can be grabbed.
+    /// Keeps the user's keys from the applications while on (an expansion is being typed); they
+    /// are reported as held and the ones let through are replayed when it ends. Every keyboard
+    /// but Quillet's own is held, XTEST's virtual one included, once setOwnKeyboard named it;
+    /// before, only the physical ones. Does nothing without XInput2 or when none can be grabbed.
     void holdKeyboard(bool on);
+
+    /// Names the XInput device Quillet types through, which a hold leaves alone.
+    void setOwnKeyboard(int device) { ownKeyboard_ = device; }
+
+    /// How many times a key has turned a grab of Tab or Escape active so far, counting every key
+    /// the server sent until this call: how a grab watcher tells Quillet's grabs from others'.
+    std::uint64_t grabsActivated();
 
 private:
     struct XkbDeleter {
         void operator()(xkb_context* context) const;
         void operator()(xkb_keymap* keymap) const;
         void operator()(xkb_state* state) const;
+        void operator()(xkb_compose_table* table) const;
+        void operator()(xkb_compose_state* state) const;
     };
 
     // A key caught by a passive grab on the root window while it is wanted.
@@ -82,6 +98,8 @@ private:
     bool loadKeymap();
     void findModifiers();
     KeyEvent decode(xkb_state* state, unsigned keycode) const;
+    void loadCompose();
+    void compose(KeyEvent& event, xkb_state* state, unsigned keycode);
     void syncState(unsigned state);
     void readControl();
     void readHold();
@@ -114,6 +132,9 @@ private:
     std::unique_ptr<xkb_context, XkbDeleter> xkb_;
     std::unique_ptr<xkb_keymap, XkbDeleter> keymap_;
     std::unique_ptr<xkb_state, XkbDeleter> state_;
+    // Dead keys and Compose sequences, as the user's locale and ~/.XCompose define them.
+    std::unique_ptr<xkb_compose_table, XkbDeleter> composeTable_;
+    std::unique_ptr<xkb_compose_state, XkbDeleter> compose_;
     std::set<unsigned> down_; // keys the server has down, as recorded
     unsigned altMask_ = 0;
     unsigned superMask_ = 0;
@@ -122,10 +143,15 @@ private:
 
     Grab tab_;
     Grab escape_;
+    Grab return_;
+    std::array<Grab*, 3> grabs() { return {&tab_, &escape_, &return_}; }
     std::deque<Caught> caught_;
-    unsigned grabHolder_ = 0; // the key whose press turned a passive grab into an active one
+    unsigned grabHolder_ = 0;       // the key whose press turned a passive grab into an active one
+    unsigned activeKey_ = 0;        // the same, as the control connection's events tell it
+    std::uint64_t activations_ = 0; // presses that turned a passive grab into an active one
 
     bool holding_ = false;
+    int ownKeyboard_ = -1;
     int xiOpcode_ = -1;
     std::set<int> heldDevices_;
     std::deque<Queued> queued_;

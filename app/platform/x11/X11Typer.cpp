@@ -294,6 +294,9 @@ bool X11Typer::type(std::string_view text) {
 }
 
 bool X11Typer::modifiersHeld() {
+    if (keyboard_) {
+        return false;
+    }
     drainEvents();
     if (stale_) {
         reloadKeymap();
@@ -367,6 +370,54 @@ void X11Typer::reloadKeymap() {
         }
     }
     adoptSpares();
+    copyModifiers();
+}
+
+// The keyboard of Quillet's own turns its keys into modifier state by its own keymap, so it
+// needs the layout's whenever what the layout's keys do as modifiers changed. Characters bound
+// to spare keycodes leave that alone, and so does the copy itself, so copies never chase each
+// other.
+void X11Typer::copyModifiers() {
+    if (!keyboard_ || keymap_ == nullptr) {
+        return;
+    }
+    std::string print;
+    for (int keycode = keymap_->min_key_code; keycode <= keymap_->max_key_code; ++keycode) {
+        const auto key = static_cast<KeyCode>(keycode);
+        const XkbAction* action = firstAction(keymap_, key);
+        print += static_cast<char>(keymap_->map->modmap[key]);
+        print += static_cast<char>(action == nullptr ? 0xFF : action->type);
+        print += static_cast<char>(actionModifiers(keymap_, key));
+    }
+    if (print != copiedModifiers_) {
+        own_.expectMappingChange();
+        keyboard_->copyKeymap();
+        copiedModifiers_ = std::move(print);
+    }
+}
+
+void X11Typer::useKeyboard(std::unique_ptr<X11OwnKeyboard> keyboard) {
+    keyboard_ = std::move(keyboard);
+    copiedModifiers_.clear();
+    if (keymap_ != nullptr) {
+        copyModifiers();
+    }
+}
+
+void X11Typer::followFocus() {
+    if (keyboard_) {
+        keyboard_->followFocus();
+    }
+}
+
+void X11Typer::dropFocus() {
+    if (keyboard_) {
+        keyboard_->dropFocus();
+    }
+}
+
+unsigned X11Typer::stateDevice() const {
+    return keyboard_ ? static_cast<unsigned>(keyboard_->masterId()) : XkbUseCoreKbd;
 }
 
 void X11Typer::adoptSpares() {
@@ -421,7 +472,7 @@ XkbStateRec X11Typer::refreshState() {
         reloadKeymap();
     }
     XkbStateRec state{};
-    XkbGetState(display_, XkbUseCoreKbd, &state);
+    XkbGetState(display_, stateDevice(), &state);
     if (keymap_ != nullptr && (state.group != indexGroup_ || state.locked_mods != indexLocked_)) {
         buildIndex(state.group, state.locked_mods);
     }
@@ -527,7 +578,7 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
     }
     for (int i = 0; i < times; ++i) {
         if (i > 0) {
-            XkbGetState(display_, XkbUseCoreKbd, &state);
+            XkbGetState(display_, stateDevice(), &state);
         }
         strokeOnce(keycode, wanted, state);
     }
@@ -627,13 +678,18 @@ void X11Typer::releaseUnwanted(const XkbStateRec& state, unsigned wanted) {
         }
     }
     if ((state.latched_mods & ~wanted) != 0) {
-        XkbLatchModifiers(display_, XkbUseCoreKbd, state.latched_mods & ~wanted, 0);
+        XkbLatchModifiers(display_, stateDevice(), state.latched_mods & ~wanted, 0);
     }
 }
 
 void X11Typer::send(KeyCode keycode, bool press) {
     own_.expect(keycode, press);
-    XTestFakeKeyEvent(display_, keycode, press ? True : False, CurrentTime);
+    if (keyboard_) {
+        XTestFakeDeviceKeyEvent(display_, keyboard_->device(), keycode, press ? True : False,
+                                nullptr, 0, CurrentTime);
+    } else {
+        XTestFakeKeyEvent(display_, keycode, press ? True : False, CurrentTime);
+    }
 }
 
 unsigned X11Typer::modifiersOf(KeyCode keycode) const {

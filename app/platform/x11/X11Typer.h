@@ -2,6 +2,7 @@
 
 #include "platform/x11/OwnKeys.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11OwnKeyboard.h"
 #include "render/Tokens.h"
 
 #include <X11/XKBlib.h>
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -57,8 +59,19 @@ public:
     /// Return, "\t" as Tab, "\b" as BackSpace. False when some character was left out.
     bool type(std::string_view text);
 
-    /// True while the user holds Shift, Control, Alt or Super.
+    /// True while the user holds Shift, Control, Alt or Super in a way that would change what
+    /// the typer types; never with a keyboard of Quillet's own, whose state is its own.
     bool modifiersHeld();
+
+    /// Types through a keyboard of Quillet's own from now on (made on this typer's connection),
+    /// and lets it follow the focus; null goes back to XTEST's virtual keyboard.
+    void useKeyboard(std::unique_ptr<X11OwnKeyboard> keyboard);
+    /// The keyboard of Quillet's own in use, if any.
+    const X11OwnKeyboard* ownKeyboard() const { return keyboard_.get(); }
+    /// Sends the next keys to the window that has the user's keyboard focus now.
+    void followFocus();
+    /// Lets go of that window once the keys are sent.
+    void dropFocus();
 
     /// The X keysym for a macOS virtual key code of the US ANSI layout; nothing for unknown ones.
     static std::optional<KeySym> keysymFor(std::uint16_t macKeyCode);
@@ -94,6 +107,8 @@ private:
     void releaseUnwanted(const XkbStateRec& state, unsigned wanted);
     void send(KeyCode keycode, bool press);
     unsigned modifiersOf(KeyCode keycode) const;
+    unsigned stateDevice() const;
+    void copyModifiers();
     const std::vector<Place>* findSymbol(KeySym keysym) const;
     const std::vector<Place>* findCharacter(char32_t c) const;
 
@@ -111,6 +126,8 @@ private:
     std::unordered_map<char32_t, std::vector<Place>> byCharacter_;
     KeyCode modifierKeys_[8] = {}; // the key pressed for each real modifier; 0 when none
     std::vector<Spare> spares_;
+    std::unique_ptr<X11OwnKeyboard> keyboard_;
+    std::string copiedModifiers_;      // what the modifier keys did when the keymap was last copied
     std::shared_ptr<X11Typer*> alive_; // what the connection's handler looks for
 };
 

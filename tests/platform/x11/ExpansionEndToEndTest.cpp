@@ -50,11 +50,13 @@ std::vector<Snippet> library() {
     };
 }
 
-class EndToEnd : public ::testing::Test {
+// Every case runs with keys from the server's own keyboard and from XTEST's virtual one.
+class EndToEnd : public ::testing::TestWithParam<Typist::Source> {
 protected:
     static void SetUpTestSuite() {
         XInitThreads(); // the clipboard test runs a second X client on a thread of its own
-        typist = new Typist;
+        keyboard = new Typist;
+        automation = new Typist({}, Typist::Source::xtest);
         quillet = new QuilletProcess(library());
         std::filesystem::create_directories(quillet->home() / "data/quillet/images");
         testing::writeText(quillet->home() / "data/quillet/images/dot.png", png);
@@ -63,7 +65,8 @@ protected:
     static void TearDownTestSuite() {
         delete editor;
         delete quillet;
-        delete typist;
+        delete keyboard;
+        delete automation;
     }
     void SetUp() override {
         ASSERT_TRUE(quillet->listening()) << quillet->log();
@@ -81,103 +84,119 @@ protected:
         }
     }
 
-    static Typist* typist;
+    // The typist of this run's key source; the keyboard for cases written without one.
+    Typist* typist() const {
+        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+        const bool sourced = test != nullptr && test->value_param() != nullptr;
+        return sourced && GetParam() == Typist::Source::xtest ? automation : keyboard;
+    }
+
+    static Typist* keyboard;
+    static Typist* automation;
     static QuilletProcess* quillet;
     static TextWindow* editor;
 };
 
-Typist* EndToEnd::typist = nullptr;
+Typist* EndToEnd::keyboard = nullptr;
+Typist* EndToEnd::automation = nullptr;
 QuilletProcess* EndToEnd::quillet = nullptr;
 TextWindow* EndToEnd::editor = nullptr;
 
-TEST_F(EndToEnd, EachTriggerModeExpandsAndLeavesNothingOfTheAbbreviation) {
-    typist->type(";sig");
+TEST_P(EndToEnd, EachTriggerModeExpandsAndLeavesNothingOfTheAbbreviation) {
+    typist()->type(";sig");
     EXPECT_EQ(editor->waitFor("Best regards,\nAnn"), "Best regards,\nAnn");
 
     editor->clear();
-    typist->type("dlm ");
+    typist()->type("dlm ");
     EXPECT_EQ(editor->waitFor("delimited "), "delimited ");
-    typist->type("dlm,");
+    typist()->type("dlm,");
     EXPECT_EQ(editor->waitFor("delimited delimited,"), "delimited delimited,");
-    typist->type("dl m "); // not the abbreviation
+    typist()->type("dl m "); // not the abbreviation
     EXPECT_EQ(editor->waitFor("delimited delimited,dl m "), "delimited delimited,dl m ");
+    // Return is held back while it would fire, and pressed again after the expansion.
+    typist()->type("dlm\n");
+    EXPECT_EQ(editor->waitFor("delimited delimited,dl m delimited\n"),
+              "delimited delimited,dl m delimited\n");
 
     // Tab fires and never reaches the editor; a Tab after anything else does.
     editor->clear();
-    typist->type("tb\t");
+    typist()->type("tb\t");
     EXPECT_EQ(editor->waitFor("tabbed"), "tabbed");
-    typist->type(" x\t");
+    typist()->type(" x\t");
     EXPECT_EQ(editor->waitFor("tabbed x\t"), "tabbed x\t");
 }
 
-TEST_F(EndToEnd, EscapeRightAfterwardsTakesTheExpansionBack) {
-    typist->type("a ;hi");
+TEST_P(EndToEnd, EscapeRightAfterwardsTakesTheExpansionBack) {
+    typist()->type("a ;hi");
     EXPECT_EQ(editor->waitFor("a Hello"), "a Hello");
-    typist->tap(XK_Escape);
+    typist()->tap(XK_Escape);
     EXPECT_EQ(editor->waitFor("a ;hi"), "a ;hi");
     // Only right after: a key in between and Escape is the editor's again.
-    typist->type(" ;hi");
+    typist()->type(" ;hi");
     EXPECT_EQ(editor->waitFor("a ;hi Hello"), "a ;hi Hello");
-    typist->type("!");
-    typist->tap(XK_Escape);
-    typist->type("x");
+    typist()->type("!");
+    typist()->tap(XK_Escape);
+    typist()->type("x");
     EXPECT_EQ(editor->waitFor("a ;hi Hello!x"), "a ;hi Hello!x");
 }
 
-TEST_F(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
+TEST_P(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
     std::size_t from = quillet->log().size();
     quillet->writeSettings("{\"typo.html\": tru");
     EXPECT_TRUE(quillet->waitForLog("does not hold a JSON object", from));
     from = quillet->log().size();
     quillet->writeSettings(R"({"typo.html": true})");
     ASSERT_TRUE(quillet->waitForLog("settings changed", from));
-    typist->type("<p>x");
-    EXPECT_EQ(editor->waitFor("<p>x</p>"), "<p>x</p>");
+    typist()->type("<p>");
+    EXPECT_EQ(editor->waitFor("<p></p>"), "<p></p>");
 
     from = quillet->log().size();
     quillet->writeSettings("{}");
     ASSERT_TRUE(quillet->waitForLog("settings changed", from));
-    typist->type(" <p>y"); // at the caret, still between the tags
+    typist()->type("x <p>y"); // at the caret, which the expansion left between the tags
     EXPECT_EQ(editor->waitFor("<p>x <p>y</p>", 1s), "<p>x <p>y</p>");
 }
 
-TEST_F(EndToEnd, AClickBreaksWhatWasTyped) {
-    typist->type(";s");
-    auto [x, y] = editor->centre(typist->display());
-    typist->click(x, y);
-    typist->type("ig");
+TEST_P(EndToEnd, AClickBreaksWhatWasTyped) {
+    typist()->type(";s");
+    auto [x, y] = editor->centre(typist()->display());
+    // Each source clicks its own spot: the same spot again within the double-click time would
+    // select a word.
+    typist()->click(GetParam() == Typist::Source::xtest ? x + 60 : x, y);
+    typist()->type("ig");
     EXPECT_EQ(editor->waitFor(";sig", 1s), ";sig");
-    typist->type(" ;sig");
+    typist()->type(" ;sig");
     EXPECT_EQ(editor->waitFor(";sig Best regards,\nAnn"), ";sig Best regards,\nAnn");
 }
 
-TEST_F(EndToEnd, TextKeysCaretMarkdownAndPicturesArriveAsWritten) {
-    typist->type(";intl");
+TEST_P(EndToEnd, TextKeysCaretMarkdownAndPicturesArriveAsWritten) {
+    typist()->type(";intl");
     EXPECT_EQ(editor->waitFor("Grüße, café 🎉 — ok"), "Grüße, café 🎉 — ok");
 
     editor->clear();
-    typist->type(";keys");
+    typist()->type(";keys");
     EXPECT_EQ(editor->waitFor("one\ntwo"), "one\ntwo");
 
     editor->clear();
-    typist->type(";cur");
-    editor->waitFor("<>");
-    typist->type("x");
-    EXPECT_EQ(editor->waitFor("<x>"), "<x>");
-
-    editor->clear();
-    typist->type(";md");
+    typist()->type(";md");
     EXPECT_EQ(editor->waitFor("bold and it"), "bold and it");
     const std::string html = editor->html();
     EXPECT_NE(html.find("font-weight:700;\">bold</span>"), std::string::npos) << html;
     EXPECT_NE(html.find("font-style:italic;\">it</span>"), std::string::npos) << html;
 
     editor->clear();
-    typist->type(";img");
+    typist()->type(";img");
     EXPECT_EQ(editor->waitFor("[image 2x1]"), "[image 2x1]");
 }
 
-TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
+TEST_P(EndToEnd, AKeyTypedWhileTheCaretMovesLandsAtTheMark) {
+    typist()->type(";cur");
+    editor->waitFor("<>");
+    typist()->type("x");
+    EXPECT_EQ(editor->waitFor("<x>"), "<x>");
+}
+
+TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
     const std::vector<ClipboardItem> copied{{"text/plain;charset=utf-8", "copied text"},
                                             {"text/html", "<b>copied</b>"},
                                             {"image/png", png}};
@@ -216,7 +235,7 @@ TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
     for (auto [abbreviation, expected] : std::map<std::string, std::string>{
              {";hi", "Hello"}, {";md", "bold and it"}, {";img", "[image 2x1]"}}) {
         editor->clear();
-        typist->type(abbreviation);
+        typist()->type(abbreviation);
         EXPECT_EQ(editor->waitFor(expected), expected);
         std::optional<X11Clipboard::Snapshot> after;
         loop.runUntil(
@@ -230,46 +249,46 @@ TEST_F(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
     }
 }
 
-TEST_F(EndToEnd, TerminalsGetControlShiftV) {
+TEST_P(EndToEnd, TerminalsGetControlShiftV) {
     TextWindow terminal({"--class", "XTerm", "--terminal"});
     ASSERT_TRUE(terminal.ready());
     terminal.focus();
-    typist->type("$ ;hi");
+    typist()->type("$ ;hi");
     EXPECT_EQ(terminal.waitFor("$ Hello"), "$ Hello");
     editor->focus();
 }
 
-TEST_F(EndToEnd, ShiftStillHeldAtTheTriggerDoesNotSpoilThePaste) {
-    typist->tap(XK_semicolon);
-    typist->key(XK_Shift_L, true);
-    typist->tap(XK_a); // 'A' completes ";A" while Shift is still down
+TEST_P(EndToEnd, ShiftStillHeldAtTheTriggerDoesNotSpoilThePaste) {
+    typist()->tap(XK_semicolon);
+    typist()->key(XK_Shift_L, true);
+    typist()->tap(XK_a); // 'A' completes ";A" while Shift is still down
     std::this_thread::sleep_for(100ms);
-    typist->key(XK_Shift_L, false);
+    typist()->key(XK_Shift_L, false);
     EXPECT_EQ(editor->waitFor("alpha"), "alpha");
 }
 
-TEST_F(EndToEnd, TypingOnRightAfterTheTriggerKeepsTheOrder) {
-    typist->type(";hi there, ;sig and on", 8ms);
+TEST_P(EndToEnd, TypingOnRightAfterTheTriggerKeepsTheOrder) {
+    typist()->type(";hi there, ;sig and on", 8ms);
     const std::string expected = "Hello there, Best regards,\nAnn and on";
     EXPECT_EQ(editor->waitFor(expected), expected);
 }
 
-TEST_F(EndToEnd, ScopedSnippetsFireOnlyInTheirApplication) {
-    typist->type(";scoped ");
+TEST_P(EndToEnd, ScopedSnippetsFireOnlyInTheirApplication) {
+    typist()->type(";scoped ");
     EXPECT_EQ(editor->waitFor(";scoped ", 1s), ";scoped ");
     TextWindow scoped({"--class", "ScopedApp"});
     ASSERT_TRUE(scoped.ready());
     scoped.focus();
-    typist->type(";scoped");
+    typist()->type(";scoped");
     EXPECT_EQ(scoped.waitFor("in scope"), "in scope");
     editor->focus();
 }
 
-TEST_F(EndToEnd, ExpandsEveryTimeOverAHundredRuns) {
+TEST_P(EndToEnd, ExpandsEveryTimeOverAHundredRuns) {
     std::vector<std::string> failures;
     for (int i = 0; i < 100; ++i) {
         editor->clear();
-        typist->type(i % 2 == 0 ? ";hi" : "dlm ");
+        typist()->type(i % 2 == 0 ? ";hi" : "dlm ");
         const std::string expected = i % 2 == 0 ? "Hello" : "delimited ";
         if (std::string seen = editor->waitFor(expected); seen != expected) {
             failures.push_back(std::to_string(i) + ": " + seen);
@@ -277,6 +296,12 @@ TEST_F(EndToEnd, ExpandsEveryTimeOverAHundredRuns) {
     }
     EXPECT_EQ(failures, std::vector<std::string>{});
 }
+
+INSTANTIATE_TEST_SUITE_P(KeySources, EndToEnd,
+                         ::testing::Values(Typist::Source::keyboard, Typist::Source::xtest),
+                         [](const ::testing::TestParamInfo<Typist::Source>& source) {
+                             return source.param == Typist::Source::xtest ? "Xtest" : "Keyboard";
+                         });
 
 } // namespace
 } // namespace quillet

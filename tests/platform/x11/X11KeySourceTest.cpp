@@ -321,6 +321,36 @@ TEST_F(X11KeySourceTest, FollowsTheLayoutGroup) {
     EXPECT_EQ(std::system("setxkbmap -layout us >/dev/null 2>&1"), 0);
 }
 
+TEST_F(X11KeySourceTest, DeadKeysAndComposeSequencesArriveAsTheCharacterTheyMake) {
+    // Two keycodes the layout leaves empty, bound as a user's layout would have them.
+    int min = 0, max = 0;
+    XDisplayKeycodes(display_, &min, &max);
+    bind(static_cast<unsigned>(max), XK_dead_acute);
+    bind(static_cast<unsigned>(max - 1), XK_Multi_key);
+    ASSERT_TRUE(waitFor([&] { return observer_.resets >= 2; }));
+    const struct {
+        std::vector<KeySym> keys;
+        std::string last; // the text of the last key; the ones before it type nothing
+    } cases[] = {
+        {{XK_dead_acute, XK_e}, "\u00e9"},
+        {{XK_Multi_key, XK_apostrophe, XK_e}, "\u00e9"},
+        {{XK_Multi_key, XK_o, XK_c}, "\u00a9"},
+        {{XK_dead_acute, XK_q}, ""}, // no such character: the sequence is dropped
+        {{XK_e}, "e"},
+    };
+    for (const auto& c : cases) {
+        const std::size_t before = observer_.keys.size();
+        for (KeySym key : c.keys) {
+            tap(key);
+        }
+        reported(before + c.keys.size());
+        for (std::size_t i = before; i + 1 < observer_.keys.size(); ++i) {
+            EXPECT_EQ(observer_.keys[i].text, "") << c.last;
+        }
+        EXPECT_EQ(observer_.keys.back().text, c.last);
+    }
+}
+
 TEST_F(X11KeySourceTest, ReportsNothingOnceStoppedEvenFromInsideACallback) {
     source_.grabTab(true);
     observer_.verdict = [&](const KeyEvent&) {

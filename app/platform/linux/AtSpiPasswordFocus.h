@@ -1,0 +1,54 @@
+#pragma once
+
+#include "engine/SecureInput.h"
+#include "library/Scheduler.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace quillet {
+
+/// A password field with the keyboard focus, as the accessibility bus (AT-SPI) tells it: the
+/// focused object's role is "password text". Qt, GTK and browsers announce every focus change on
+/// the bus (object:state-changed:focused); the role is asked once per change, with a 0.2 s limit,
+/// and the answer kept, so nothing is asked while a key is handled. Any window losing its
+/// activation clears it as well, since an application left behind does not always announce that
+/// its field lost the focus.
+///
+/// libatspi is single-threaded and serves its connections from GLib's default main context, so
+/// it runs on a thread of its own that iterates that context; nothing else in Quillet does (a
+/// shell on a GLib event loop would have to host this on its main loop instead). Answers reach
+/// the main thread through the scheduler. Without an accessibility bus this reports nothing and
+/// logs why, once. Applications without accessibility (plain X clients, terminals) are not seen.
+class AtSpiPasswordFocus final : public SecureInput {
+public:
+    /// Reports through scheduler; writes to log (may be empty) when no bus can be reached.
+    AtSpiPasswordFocus(Scheduler& scheduler, std::function<void(const std::string&)> log);
+    /// Stops.
+    ~AtSpiPasswordFocus() override;
+    AtSpiPasswordFocus(const AtSpiPasswordFocus&) = delete;
+    AtSpiPasswordFocus& operator=(const AtSpiPasswordFocus&) = delete;
+
+    void start(std::function<void()> changed) override;
+    void stop() override;
+    bool active() const override { return active_; }
+    std::string holder() const override { return active_ ? holder_ : std::string(); }
+
+private:
+    struct Listener;
+    void report(bool active, std::string holder);
+
+    Scheduler& scheduler_;
+    std::function<void(const std::string&)> log_;
+    std::function<void()> changed_;
+    bool active_ = false;
+    std::string holder_;
+    bool logged_ = false;
+    std::unique_ptr<Listener> listener_; // what the thread owns and stop() ends
+    std::thread thread_;
+    std::shared_ptr<AtSpiPasswordFocus*> alive_;
+};
+
+} // namespace quillet
