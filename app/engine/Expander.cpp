@@ -520,21 +520,17 @@ void Expander::syncGrabs() {
         return;
     }
     matcher_.setMode(globalMode());
-    const bool tab = matcher_.wouldFire(Matcher::Mode::tab);
-    if (tab != tabGrabbed_) {
-        keys_.grabTab(tab);
-        tabGrabbed_ = tab;
-    }
-    const bool enter = matcher_.wouldFire(Matcher::Mode::delimiter) || matcher_.wouldCorrect();
-    if (enter != returnGrabbed_) {
-        keys_.grabReturn(enter);
-        returnGrabbed_ = enter;
-    }
-    const bool escape = undo_.has_value();
-    if (escape != escapeGrabbed_) {
-        keys_.grabEscape(escape);
-        escapeGrabbed_ = escape;
-    }
+    // Each grab is asked for only when it changes: a grab is a round trip to the X server.
+    const auto sync = [this](bool wanted, bool& grabbed, void (KeySource::*grab)(bool)) {
+        if (wanted != grabbed) {
+            (keys_.*grab)(wanted);
+            grabbed = wanted;
+        }
+    };
+    sync(matcher_.wouldFire(Matcher::Mode::tab), tabGrabbed_, &KeySource::grabTab);
+    sync(matcher_.wouldFire(Matcher::Mode::delimiter) || matcher_.wouldCorrect(), returnGrabbed_,
+         &KeySource::grabReturn);
+    sync(undo_.has_value(), escapeGrabbed_, &KeySource::grabEscape);
 }
 
 // Events ----------------------------------------------------------------------------------------

@@ -474,6 +474,9 @@ bool Matcher::wouldCorrect() const {
 }
 
 std::optional<Matcher::Correction> Matcher::correction() const {
+    if (corrections_.empty()) {
+        return std::nullopt; // asked on every key for the Return grab: no sets, no work
+    }
     std::size_t first = rawStarts_.size();
     while (first > 0) {
         std::size_t from = rawStarts_[first - 1];

@@ -1,5 +1,7 @@
 #include "platform/x11/X11FrontApplication.h"
 
+#include "platform/x11/XcbReply.h"
+
 #include <X11/Xlib-xcb.h>
 #include <cstdlib>
 #include <cstring>
@@ -14,25 +16,12 @@ namespace {
 // deep, and the bound keeps a window tree changing under our feet from looping.
 constexpr int maxDepth = 64;
 
-struct FreeReply {
-    void operator()(void* reply) const { std::free(reply); }
-};
-
-template <typename T> using Reply = std::unique_ptr<T, FreeReply>;
-
-// Waits for a reply; errors (a window that is gone) come back here and are dropped. The error
-// is taken by reference: the reply call sets it, and the order arguments are evaluated in is
-// unspecified.
-template <typename T> Reply<T> take(T* reply, xcb_generic_error_t*& error) {
-    std::free(error);
-    return Reply<T>(reply);
-}
-
 xcb_window_t activeWindow(xcb_connection_t* c, xcb_window_t root, xcb_atom_t atom) {
     xcb_generic_error_t* error = nullptr;
-    auto reply = take(xcb_get_property_reply(
-                          c, xcb_get_property(c, 0, root, atom, XCB_ATOM_WINDOW, 0, 1), &error),
-                      error);
+    auto reply =
+        takeReply(xcb_get_property_reply(
+                      c, xcb_get_property(c, 0, root, atom, XCB_ATOM_WINDOW, 0, 1), &error),
+                  error);
     if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 4) {
         return XCB_NONE;
     }
@@ -41,43 +30,17 @@ xcb_window_t activeWindow(xcb_connection_t* c, xcb_window_t root, xcb_atom_t ato
     return window;
 }
 
-// The class part of WM_CLASS (the instance name, a NUL, the class, a NUL); nothing when the
-// window has none or it is gone.
-std::optional<std::string> classOf(xcb_connection_t* c, xcb_window_t window) {
-    xcb_generic_error_t* error = nullptr;
-    auto reply = take(
-        xcb_get_property_reply(
-            c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 1024), &error),
-        error);
-    if (!reply || reply->format != 8) {
-        return std::nullopt;
-    }
-    const std::string_view value(
-        static_cast<const char*>(xcb_get_property_value(reply.get())),
-        static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
-    const std::size_t instanceEnd = value.find('\0');
-    if (instanceEnd == std::string_view::npos) {
-        return std::nullopt;
-    }
-    std::string_view name = value.substr(instanceEnd + 1);
-    name = name.substr(0, name.find('\0'));
-    if (name.empty()) {
-        return std::nullopt;
-    }
-    return std::string(name);
-}
-
 xcb_window_t parentOf(xcb_connection_t* c, xcb_window_t window) {
     xcb_generic_error_t* error = nullptr;
-    auto reply = take(xcb_query_tree_reply(c, xcb_query_tree(c, window), &error), error);
+    auto reply = takeReply(xcb_query_tree_reply(c, xcb_query_tree(c, window), &error), error);
     return reply ? reply->parent : XCB_NONE;
 }
 
 // The class of window or of its nearest ancestor that has one; empty when none has.
 std::string classUpFrom(xcb_connection_t* c, xcb_window_t window, xcb_window_t root) {
     for (int depth = 0; depth < maxDepth && window != XCB_NONE && window != root; ++depth) {
-        if (auto name = classOf(c, window)) {
-            return *name;
+        if (std::string name = wmClassOf(c, window); !name.empty()) {
+            return name;
         }
         window = parentOf(c, window);
     }
@@ -163,7 +126,7 @@ std::string X11FrontApplication::resolve() {
     xcb_connection_t* c = XGetXCBConnection(display_);
     const auto root = static_cast<xcb_window_t>(root_);
     xcb_generic_error_t* error = nullptr;
-    auto focused = take(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), &error), error);
+    auto focused = takeReply(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), &error), error);
     xcb_window_t focus = focused ? focused->focus : XCB_NONE;
     // Whichever answers, the focused window's changes are what say to look again when the
     // window manager keeps no _NET_ACTIVE_WINDOW.
@@ -177,7 +140,8 @@ std::string X11FrontApplication::resolve() {
     }
     if (focus == XCB_INPUT_FOCUS_POINTER_ROOT) {
         // Keys go to the window under the pointer.
-        auto pointer = take(xcb_query_pointer_reply(c, xcb_query_pointer(c, root), &error), error);
+        auto pointer =
+            takeReply(xcb_query_pointer_reply(c, xcb_query_pointer(c, root), &error), error);
         focus = pointer ? pointer->child : XCB_NONE;
     }
     return classUpFrom(c, focus, root);

@@ -1,5 +1,7 @@
 #include "platform/x11/X11SecureInput.h"
 
+#include "platform/x11/XcbReply.h"
+
 #include <X11/Xlib-xcb.h>
 #include <cstdlib>
 #include <deque>
@@ -15,51 +17,15 @@ constexpr int maxDepth = 64;
 constexpr std::size_t maxVisited = 256;
 constexpr int startDepth = 3;
 
-struct FreeReply {
-    void operator()(void* reply) const { std::free(reply); }
-};
-
-template <typename T> using Reply = std::unique_ptr<T, FreeReply>;
-
-// Errors (a window that is gone) come back with the reply and are dropped.
-template <typename T> Reply<T> take(T* reply, xcb_generic_error_t*& error) {
-    std::free(error);
-    error = nullptr;
-    return Reply<T>(reply);
-}
-
-std::string property(xcb_connection_t* c, xcb_window_t window, xcb_atom_t name, xcb_atom_t type) {
-    xcb_generic_error_t* error = nullptr;
-    auto reply =
-        take(xcb_get_property_reply(c, xcb_get_property(c, 0, window, name, type, 0, 1024), &error),
-             error);
-    if (!reply || reply->format != 8) {
-        return {};
-    }
-    return std::string(static_cast<const char*>(xcb_get_property_value(reply.get())),
-                       static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
-}
-
-// The class part of WM_CLASS (instance, NUL, class, NUL); empty when there is none.
-std::string classOf(xcb_connection_t* c, xcb_window_t window) {
-    const std::string value = property(c, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING);
-    const std::size_t instanceEnd = value.find('\0');
-    if (instanceEnd == std::string::npos) {
-        return {};
-    }
-    std::string name = value.substr(instanceEnd + 1);
-    return name.substr(0, name.find('\0'));
-}
-
 // Selects events on a window that may be gone by now, without waiting for the answer.
 void selectEvents(xcb_connection_t* c, xcb_window_t window, std::uint32_t mask) {
     xcb_discard_reply(
         c, xcb_change_window_attributes_checked(c, window, XCB_CW_EVENT_MASK, &mask).sequence);
 }
 
-Reply<xcb_query_tree_reply_t> tree(xcb_connection_t* c, xcb_window_t window) {
+XcbReply<xcb_query_tree_reply_t> tree(xcb_connection_t* c, xcb_window_t window) {
     xcb_generic_error_t* error = nullptr;
-    return take(xcb_query_tree_reply(c, xcb_query_tree(c, window), &error), error);
+    return takeReply(xcb_query_tree_reply(c, xcb_query_tree(c, window), &error), error);
 }
 
 // Selects focus events on the windows below window, depth levels down: frames and the clients
@@ -202,7 +168,7 @@ void X11SecureInput::beginGrab() {
 void X11SecureInput::follow() {
     xcb_connection_t* c = XGetXCBConnection(display_);
     xcb_generic_error_t* error = nullptr;
-    auto focused = take(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), &error), error);
+    auto focused = takeReply(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), &error), error);
     const Window focus = focused ? focused->focus : None;
     if (focus == followed_ || focus == None || focus == PointerRoot || focus == root_) {
         return;
@@ -218,7 +184,7 @@ std::string X11SecureInput::nameAround(Window window) {
     // The window itself or an ancestor: the grab window, or an application's own child window.
     auto w = static_cast<xcb_window_t>(window);
     for (int depth = 0; depth < maxDepth && w != XCB_NONE && w != root; ++depth) {
-        if (std::string name = classOf(c, w); !name.empty()) {
+        if (std::string name = wmClassOf(c, w); !name.empty()) {
             return name;
         }
         auto up = tree(c, w);
@@ -233,7 +199,7 @@ std::string X11SecureInput::nameAround(Window window) {
         next.pop_front();
         seen.push_back(at);
         if (at != window) {
-            if (std::string name = classOf(c, at); !name.empty()) {
+            if (std::string name = wmClassOf(c, at); !name.empty()) {
                 return name;
             }
         }
@@ -246,8 +212,8 @@ std::string X11SecureInput::nameAround(Window window) {
     const Atom netName = XInternAtom(display_, "_NET_WM_NAME", False);
     const Atom utf8 = XInternAtom(display_, "UTF8_STRING", False);
     for (xcb_window_t at : seen) {
-        if (std::string title =
-                property(c, at, static_cast<xcb_atom_t>(netName), static_cast<xcb_atom_t>(utf8));
+        if (std::string title = textProperty(c, at, static_cast<xcb_atom_t>(netName),
+                                             static_cast<xcb_atom_t>(utf8));
             !title.empty()) {
             return title;
         }
