@@ -23,6 +23,11 @@ public:
 
     virtual ~Executor() = default;
 
+    /// Starts an expansion ahead of its first intention: from now until finish the user's keys
+    /// wait and land after it; done once every key that reached the application before has been
+    /// reported to the key source's observer.
+    virtual void hold(Done done) = 0;
+
     /// Erases the count characters before the caret.
     virtual void erase(std::int64_t count, Done done) = 0;
 

@@ -21,6 +21,10 @@ struct Expander::Pending {
     // the characters typed since, and whether something made the abbreviation's place unknown.
     std::int64_t typedAfter = 0;
     bool lost = false;
+    // A quick expansion holds the keyboard first: the few keys that reached the application
+    // before are erased with the abbreviation and typed again after it, where held keys land.
+    bool retype = false;
+    std::string typedText;
 };
 
 namespace {
@@ -574,14 +578,20 @@ void Expander::typedWhilePreparing(const KeyEvent& event, Verdict verdict) {
         if (pending->keysAtMatch == keysSeen_ || pending->app != appId_) {
             continue; // the key that completed this very match, or one typed into a dialog
         }
+        if (pending->retype && event.held) {
+            continue; // held by the expansion: it lands after it
+        }
         const KeyEvent::Modifiers& held = event.modifiers;
         const bool reached = verdict == Verdict::pass || !event.held;
         if (!reached || held.control || held.super || held.alt) {
             pending->lost = true; // another expansion, or a shortcut: anything may have moved
         } else if (event.key == Key::backspace) {
             --pending->typedAfter;
+            pending->typedText.resize(pending->typedText.size() -
+                                      text::lastGraphemeSize(pending->typedText));
         } else if (event.key == Key::other) {
             pending->typedAfter += characters(event.text);
+            pending->typedText += event.text;
         } else if (event.key != Key::escape) {
             pending->lost = true; // the caret moved, or Tab and Return acted on the application
         }
@@ -692,8 +702,8 @@ void Expander::loseWaiting() {
 // Carrying out a match ----------------------------------------------------------------------
 
 void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
-    auto pending =
-        std::make_shared<Pending>(Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false});
+    auto pending = std::make_shared<Pending>(
+        Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false, false, {}});
     ++preparing_;
     const Snippet* snippet = nullptr;
     if (match.key) {
@@ -703,7 +713,7 @@ void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
         snippet = activeSnippet(match.abbreviation);
     }
     if (snippet == nullptr) {
-        proceed(pending, match.expansion);
+        holdThenProceed(pending, match.expansion);
         return;
     }
     pending->snippet = *snippet;
@@ -720,7 +730,27 @@ void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
         runScript(pending, snippet->kind, std::move(content));
         return;
     }
-    proceed(pending, std::move(content));
+    if (!Tokens::fields(Tokens::includes(content, {snippet->abbreviation}, *all_)).empty()) {
+        proceed(pending, std::move(content)); // the form takes the keyboard itself
+        return;
+    }
+    holdThenProceed(pending, std::move(content));
+}
+
+void Expander::holdThenProceed(std::shared_ptr<Pending> pending, std::string content) {
+    // On a listener that sees keys after the application did, the user may already have typed
+    // on after the abbreviation; once the keyboard is held, those are all known.
+    pending->retype = true;
+    waiting_.push_back(pending);
+    std::weak_ptr<Expander*> alive = self_;
+    Scheduler& scheduler = scheduler_;
+    executor_.hold([alive, pending, content = std::move(content), &scheduler]() mutable {
+        scheduler.post([alive, pending, content = std::move(content)]() mutable {
+            if (auto self = alive.lock()) {
+                (*self)->proceed(pending, std::move(content));
+            }
+        });
+    });
 }
 
 void Expander::unlock(std::shared_ptr<Pending> pending) {
@@ -791,15 +821,19 @@ void Expander::runScript(std::shared_ptr<Pending> pending, Snippet::Kind kind, s
 }
 
 void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
-    if (paused()) {
-        --preparing_; // an unlock or a script that ended meanwhile must not type into a prompt
+    std::erase_if(waiting_, [&](const std::weak_ptr<Pending>& p) { return p.lock() == pending; });
+    if (paused() || pending->lost) {
+        // An unlock or a script that ended meanwhile must not type into a prompt; and where the
+        // abbreviation is no longer known to be, everything stays as it is.
+        --preparing_;
+        if (pending->retype) {
+            enqueue(Step::finish()); // lets the held keys go
+        }
         return;
     }
-    if (pending->lost) {
-        --preparing_; // the abbreviation is no longer where it was: leave everything as it is
-        return;
-    }
-    if (pending->typedAfter > 0) {
+    if (pending->retype) {
+        pending->erase += pending->typedAfter;
+    } else if (pending->typedAfter > 0) {
         enqueue(Step::left(pending->typedAfter));
     }
     if (pending->erase > 0) {
@@ -851,8 +885,11 @@ void Expander::carryOut(std::shared_ptr<Pending> pending,
     }
     const Snippet* snippet = pending->snippet ? &*pending->snippet : nullptr;
     Plan made = plan(*steps, snippet, pending->match.trailer, services_.location);
-    const std::int64_t after = pending->typedAfter;
+    const std::int64_t after = pending->retype ? 0 : pending->typedAfter;
     for (Step& step : made.steps) {
+        if (pending->retype && step.kind == Step::Kind::finish && !pending->typedText.empty()) {
+            enqueue(Step::type(pending->typedText));
+        }
         // The user's caret goes back behind what they typed on, not to the snippet's mark.
         if (after > 0 && step.kind == Step::Kind::left) {
             continue;

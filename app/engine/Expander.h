@@ -233,6 +233,7 @@ private:
 
     Verdict handle(const KeyEvent& event);
     void typedWhilePreparing(const KeyEvent& event, Verdict verdict);
+    void holdThenProceed(std::shared_ptr<Pending> pending, std::string content);
     void loseWaiting();
     void breakContext();
     void clearUndo();

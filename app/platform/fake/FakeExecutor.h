@@ -13,6 +13,18 @@ namespace quillet {
 /// when the test calls completeNext(), as a slow target would.
 class FakeExecutor final : public Executor {
 public:
+    void hold(Done done) override {
+        ++holds;
+        Done held = [this, done = std::move(done)] {
+            holding = true;
+            done();
+        };
+        if (completeAtOnce) {
+            held();
+        } else {
+            waiting_.push_back(std::move(held));
+        }
+    }
     void erase(std::int64_t count, Done done) override {
         record(Expander::Step::erase(count), std::move(done));
     }
@@ -58,11 +70,17 @@ public:
 
     /// Whether intentions complete as soon as they are given.
     bool completeAtOnce = true;
+    /// How many expansions were started ahead of their intentions.
+    int holds = 0;
+    /// True from an expansion's start (its hold or first intention) to its finish: the user's
+    /// keys wait meanwhile, as X11's keyboard hold makes them.
+    bool holding = false;
     /// Every intention given, in order.
     std::vector<Expander::Step> steps;
 
 private:
     void record(Expander::Step step, Done done) {
+        holding = step.kind != Expander::Step::Kind::finish;
         steps.push_back(std::move(step));
         if (completeAtOnce) {
             done();

@@ -2,6 +2,7 @@
 
 #include "engine/KeySource.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,9 +48,10 @@ public:
     std::optional<Verdict> press(KeyEvent event) {
         const auto& m = event.modifiers;
         const bool bare = !m.control && !m.super && !m.alt && !m.shift;
-        event.held = swallows_ || (bare && ((event.key == KeyEvent::Key::tab && tabGrabbed) ||
-                                            (event.key == KeyEvent::Key::escape && escapeGrabbed) ||
-                                            (event.key == KeyEvent::Key::enter && returnGrabbed)));
+        event.held = swallows_ || (holding && holding()) ||
+                     (bare && ((event.key == KeyEvent::Key::tab && tabGrabbed) ||
+                               (event.key == KeyEvent::Key::escape && escapeGrabbed) ||
+                               (event.key == KeyEvent::Key::enter && returnGrabbed)));
         if (observer_ == nullptr) {
             return std::nullopt;
         }
@@ -113,6 +115,8 @@ public:
     /// True while started.
     bool started() const { return observer_ != nullptr; }
 
+    /// True while an expansion holds the keyboard (see FakeExecutor::holding).
+    std::function<bool()> holding;
     /// When set, start() fails with this reason.
     std::optional<std::string> refusal;
     bool tabGrabbed = false;

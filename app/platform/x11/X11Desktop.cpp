@@ -28,7 +28,7 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     // between its erase and its paste.
     X11KeySource* keys = desktop->keys_.get();
     if (const X11OwnKeyboard* own = desktop->typer_->ownKeyboard()) {
-        keys->setOwnKeyboard(own->keyboardId());
+        keys->setOwnKeyboard(own->keyboardId(), own->masterId());
     } else if (log) {
         log("no keyboard device of its own (XInput 2): keys from XTEST's virtual keyboard can "
             "land inside an expansion");

@@ -76,6 +76,16 @@ void X11Executor::begin() {
     }
 }
 
+void X11Executor::hold(Done done) {
+    std::weak_ptr<bool> alive = alive_;
+    scheduler_.post([this, alive, done = std::move(done)] {
+        if (auto live = alive.lock(); live && *live) {
+            begin();
+        }
+        done();
+    });
+}
+
 void X11Executor::tapAll(KeySym key, std::int64_t count) {
     if (count > 0) {
         typer_.tap(key, 0, static_cast<int>(std::min<std::int64_t>(count, 1 << 20)));
@@ -160,10 +170,11 @@ void X11Executor::finish(Done done) {
         borrowed_.reset();
     }
     if (std::exchange(expanding_, false)) {
-        typer_.dropFocus();
+        // The held keys are replayed through Quillet's keyboard, which must still have the focus.
         if (hold_) {
             hold_(false);
         }
+        typer_.dropFocus();
     }
     done();
 }

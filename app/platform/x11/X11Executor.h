@@ -40,6 +40,9 @@ public:
     /// listener's keyboard hold), so they cannot land in the middle of it.
     void setHoldKeyboard(std::function<void(bool)> hold) { hold_ = std::move(hold); }
 
+    /// Holds the keyboard, and with it has the keys typed before reported, on the next turn of
+    /// the loop (never inside the key source's callback).
+    void hold(Done done) override;
     void erase(std::int64_t count, Done done) override;
     void insert(const Payload& payload, Done done) override;
     void press(const Tokens::KeyStroke& stroke, Done done) override;

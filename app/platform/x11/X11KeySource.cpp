@@ -891,6 +891,14 @@ void X11KeySource::holdKeyboard(bool on) {
     XSync(hold, False);
     XSetErrorHandler(previous);
     holding_ = !heldDevices_.empty();
+    // The server has now recorded every key that reached an application before the hold, and
+    // written them out with the reply just read: report them now, so the expansion knows what
+    // was typed after its abbreviation. Inside a report this waits for the connection's turn.
+    if (holding_ && dispatching_ == 0 && data_) {
+        ++dispatching_;
+        XRecordProcessReplies(data_->display());
+        --dispatching_;
+    }
 }
 
 void X11KeySource::readHold() {
@@ -925,7 +933,7 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
         return;
     }
     if (!keymap_ || observer_ == nullptr) {
-        queued_.push_back({keycode, true});
+        queued_.push_back({keycode, true, mods & realModifiers, group});
         return;
     }
     // The floating keyboard has a state of its own, which the event carries.
@@ -938,10 +946,46 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
     compose(event, state.get(), keycode);
     event.held = true;
     if (observer_->key(event) == Verdict::pass) {
-        queued_.push_back({keycode, true});
+        queued_.push_back({keycode, true, mods & realModifiers, group});
     } else {
         swallowed_.insert(keycode);
     }
+}
+
+// Sends the queued keys out through the hold connection, so that they reach the server before
+// a request to end the grabs made after. Through Quillet's own keyboard, whose master does not
+// share the user's modifiers and layout: each press gets the ones it was typed with.
+bool X11KeySource::replayQueued(bool announce) {
+    if (queued_.empty()) {
+        return false;
+    }
+    Display* hold = hold_->display();
+    XDevice own{};
+    own.device_id = static_cast<XID>(ownKeyboard_);
+    for (const Queued& key : queued_) {
+        if (announce) {
+            own_.expect(key.keycode, key.press);
+        }
+        if (ownKeyboard_ < 0) {
+            XTestFakeKeyEvent(hold, key.keycode, key.press ? True : False, CurrentTime);
+            continue;
+        }
+        XkbStateRec state{};
+        if (key.press && ownMaster_ >= 0 &&
+            XkbGetState(hold, static_cast<unsigned>(ownMaster_), &state) == Success) {
+            if (state.group != key.group) {
+                XkbLockGroup(hold, static_cast<unsigned>(ownMaster_), key.group);
+            }
+            // Latched, they hold for this key only, like the user's did.
+            if (const unsigned missing = key.mods & ~state.mods & realModifiers; missing != 0) {
+                XkbLatchModifiers(hold, static_cast<unsigned>(ownMaster_), missing, missing);
+            }
+        }
+        XTestFakeDeviceKeyEvent(hold, &own, key.keycode, key.press ? True : False, nullptr, 0,
+                                CurrentTime);
+    }
+    queued_.clear();
+    return true;
 }
 
 void X11KeySource::releaseHold(bool announce) {
@@ -949,11 +993,19 @@ void X11KeySource::releaseHold(bool announce) {
         return;
     }
     Display* hold = hold_->display();
+    // The keys caught so far go out while every keyboard is still held, through one the hold
+    // leaves alone: a key the user types meanwhile is caught in turn and follows them, where
+    // after the grabs ended it could overtake them. Until no more arrive.
+    do {
+        XSync(hold, False);
+        if (dispatching_ == 0) {
+            readHold();
+        }
+    } while (replayQueued(announce));
     for (int device : heldDevices_) {
         XIUngrabDevice(hold, device, CurrentTime);
     }
-    // Once the server has ended the grabs, every key they caught is in our queue: those still
-    // belong to the hold, or a key typed just as it ends would be lost.
+    // A key caught just before the grabs ended still belongs to the hold.
     XSync(hold, False);
     if (dispatching_ == 0) {
         readHold();
@@ -961,17 +1013,8 @@ void X11KeySource::releaseHold(bool announce) {
     holding_ = false;
     heldDevices_.clear();
     swallowed_.clear();
-    if (control_) {
-        Display* control = control_->display();
-        for (const Queued& key : queued_) {
-            if (announce) {
-                own_.expect(key.keycode, key.press);
-            }
-            XTestFakeKeyEvent(control, key.keycode, key.press ? True : False, CurrentTime);
-        }
-        XSync(control, False);
-    }
-    queued_.clear();
+    replayQueued(announce);
+    XSync(hold, False);
 }
 
 } // namespace quillet

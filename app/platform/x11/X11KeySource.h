@@ -56,8 +56,12 @@ public:
     /// before, only the physical ones. Does nothing without XInput2 or when none can be grabbed.
     void holdKeyboard(bool on);
 
-    /// Names the XInput device Quillet types through, which a hold leaves alone.
-    void setOwnKeyboard(int device) { ownKeyboard_ = device; }
+    /// Names the XInput keyboard Quillet types through, which a hold leaves alone and replays
+    /// the held keys through, and its master, whose modifiers the replay matches to the user's.
+    void setOwnKeyboard(int keyboard, int master) {
+        ownKeyboard_ = keyboard;
+        ownMaster_ = master;
+    }
 
     /// How many times a key has turned a grab of Tab or Escape active so far, counting every key
     /// the server sent until this call: how a grab watcher tells Quillet's grabs from others'.
@@ -89,6 +93,8 @@ private:
     struct Queued {
         unsigned keycode;
         bool press;
+        unsigned mods = 0;  // a press's effective modifiers on the user's keyboard
+        unsigned group = 0; // and its layout
     };
 
     friend struct RecordCallback;
@@ -103,6 +109,7 @@ private:
     void syncState(unsigned state);
     void readControl();
     void readHold();
+    bool replayQueued(bool announce);
     void heldKey(unsigned keycode, bool press, unsigned mods, unsigned group);
     bool wasCaught(unsigned keycode, unsigned long time);
     bool grabMayCatch() const;
@@ -152,6 +159,7 @@ private:
 
     bool holding_ = false;
     int ownKeyboard_ = -1;
+    int ownMaster_ = -1;
     int xiOpcode_ = -1;
     std::set<int> heldDevices_;
     std::deque<Queued> queued_;

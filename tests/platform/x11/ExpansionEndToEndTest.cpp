@@ -194,6 +194,10 @@ TEST_P(EndToEnd, AKeyTypedWhileTheCaretMovesLandsAtTheMark) {
     editor->waitFor("<>");
     typist()->type("x");
     EXPECT_EQ(editor->waitFor("<x>"), "<x>");
+    // And typed at once, before the expansion could hold the keyboard.
+    editor->clear();
+    typist()->type(";curx", 0ms);
+    EXPECT_EQ(editor->waitFor("<x>"), "<x>");
 }
 
 TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
@@ -262,9 +266,10 @@ TEST_P(EndToEnd, ShiftStillHeldAtTheTriggerDoesNotSpoilThePaste) {
     typist()->tap(XK_semicolon);
     typist()->key(XK_Shift_L, true);
     typist()->tap(XK_a); // 'A' completes ";A" while Shift is still down
+    typist()->tap(XK_b); // held by the expansion, then replayed with the Shift it was typed with
     std::this_thread::sleep_for(100ms);
     typist()->key(XK_Shift_L, false);
-    EXPECT_EQ(editor->waitFor("alpha"), "alpha");
+    EXPECT_EQ(editor->waitFor("alphaB"), "alphaB");
 }
 
 TEST_P(EndToEnd, TypingOnRightAfterTheTriggerKeepsTheOrder) {
