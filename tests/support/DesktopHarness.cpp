@@ -5,6 +5,7 @@
 #include <X11/XKBlib.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
+#include <algorithm>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -184,8 +185,11 @@ void Typist::sync() {
 TextWindow::TextWindow(const std::vector<std::string>& options) {
     std::vector<std::string> args{QUILLET_TEXT_WINDOW};
     args.insert(args.end(), options.begin(), options.end());
-    process_ = std::make_unique<LiveProcess>(
-        args, std::map<std::string, std::string>{{"QT_QPA_PLATFORM", "xcb"}});
+    std::map<std::string, std::string> environment{{"QT_QPA_PLATFORM", "xcb"}};
+    if (std::find(options.begin(), options.end(), "--password") != options.end()) {
+        environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"; // as with a screen reader on
+    }
+    process_ = std::make_unique<LiveProcess>(args, environment);
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (std::chrono::steady_clock::now() < deadline) {
         auto line = process_->readLine(1s);

@@ -2,6 +2,9 @@
 
 #include <atomic>
 #include <atspi/atspi.h>
+#include <functional>
+#include <mutex>
+#include <vector>
 
 namespace quillet {
 namespace {
@@ -9,6 +12,116 @@ namespace {
 // The limit on each question to an application, in milliseconds: a hung application must not
 // keep the answer for the next focus change waiting.
 constexpr gint askLimit = 200;
+
+// How often and how long an application that came to the front is looked for on the bus: one
+// just started joins it a moment after its first window shows.
+constexpr guint lookAgainAfter = 150;
+constexpr int lookTimes = 20;
+
+// How much of an application's tree is searched for its focus when it cannot search itself.
+constexpr int searchDepth = 40;
+constexpr int searchBudget = 600;
+
+void unref(gpointer object) {
+    if (object != nullptr) {
+        g_object_unref(object);
+    }
+}
+
+bool hasState(AtspiAccessible* accessible, AtspiStateType state) {
+    AtspiStateSet* states = atspi_accessible_get_state_set(accessible);
+    const bool has = states != nullptr && atspi_state_set_contains(states, state);
+    unref(states);
+    return has;
+}
+
+// The running application with this process id, referenced; null when none is on the bus.
+AtspiAccessible* applicationWith(int pid) {
+    AtspiAccessible* desktop = atspi_get_desktop(0);
+    if (desktop == nullptr) {
+        return nullptr;
+    }
+    GError* error = nullptr;
+    AtspiAccessible* found = nullptr;
+    const gint count = atspi_accessible_get_child_count(desktop, &error);
+    g_clear_error(&error);
+    for (gint i = 0; i < count && found == nullptr; ++i) {
+        AtspiAccessible* application = atspi_accessible_get_child_at_index(desktop, i, &error);
+        g_clear_error(&error);
+        if (application == nullptr) {
+            continue;
+        }
+        if (static_cast<int>(atspi_accessible_get_process_id(application, &error)) == pid) {
+            found = application;
+        } else {
+            g_object_unref(application);
+        }
+        g_clear_error(&error);
+    }
+    g_object_unref(desktop);
+    return found;
+}
+
+// The focused object below root, referenced, asked of the application in one question where it
+// can answer that (browsers, GTK) and searched for in its visible tree otherwise (Qt).
+AtspiAccessible* focusedBelow(AtspiAccessible* root) {
+    GError* error = nullptr;
+    if (AtspiCollection* collection = atspi_accessible_get_collection_iface(root)) {
+        AtspiStateSet* states = atspi_state_set_new(nullptr);
+        atspi_state_set_add(states, ATSPI_STATE_FOCUSED);
+        AtspiMatchRule* rule = atspi_match_rule_new(
+            states, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
+            ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE);
+        GArray* matches = atspi_collection_get_matches(
+            collection, rule, ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, &error);
+        g_clear_error(&error);
+        g_object_unref(rule);
+        g_object_unref(states);
+        g_object_unref(collection);
+        if (matches != nullptr) {
+            AtspiAccessible* found = nullptr;
+            for (guint i = 0; i < matches->len; ++i) {
+                AtspiAccessible* match = g_array_index(matches, AtspiAccessible*, i);
+                if (found == nullptr) {
+                    found = match;
+                } else {
+                    unref(match);
+                }
+            }
+            g_array_free(matches, TRUE);
+            if (found != nullptr) {
+                return found;
+            }
+        }
+    }
+    int budget = searchBudget;
+    auto search = [&](auto& self, AtspiAccessible* node, int depth) -> AtspiAccessible* {
+        if (hasState(node, ATSPI_STATE_FOCUSED)) {
+            return ATSPI_ACCESSIBLE(g_object_ref(node));
+        }
+        // Hidden parts hold no focus.
+        if ((depth > 1 && !hasState(node, ATSPI_STATE_SHOWING)) || depth >= searchDepth ||
+            --budget <= 0) {
+            return nullptr;
+        }
+        const gint count = atspi_accessible_get_child_count(node, &error);
+        g_clear_error(&error);
+        for (gint i = 0; i < count; ++i) {
+            AtspiAccessible* child = atspi_accessible_get_child_at_index(node, i, &error);
+            g_clear_error(&error);
+            if (child == nullptr) {
+                continue;
+            }
+            AtspiAccessible* found = self(self, child, depth + 1);
+            g_object_unref(child);
+            if (found != nullptr) {
+                return found;
+            }
+        }
+        return nullptr;
+    };
+    return search(search, root, 0);
+}
 
 // The application an accessible belongs to, as libatspi keeps it (one object per application,
 // so pointers compare); null when it cannot be told.
@@ -27,14 +140,95 @@ AtspiAccessible* applicationOf(AtspiAccessible* accessible) {
 // What the AT-SPI thread owns. Created and destroyed on the main thread, used by the thread in
 // between.
 struct AtSpiPasswordFocus::Listener {
+    Listener(Scheduler& s, std::weak_ptr<AtSpiPasswordFocus*> a)
+        : scheduler(s), alive(std::move(a)) {}
+
     Scheduler& scheduler;
     std::weak_ptr<AtSpiPasswordFocus*> alive;
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     GSource* quit = nullptr;
     std::atomic<bool> stopping{false};
     AtspiAccessible* password = nullptr; // the focused password field, on the thread only
+    std::atomic<unsigned> generation{0}; // the latest front window's; older looks give up
+    bool looking = false;                // a look is under way (libatspi may re-enter the loop)
+    std::mutex mutex;
+    std::vector<GSource*> sources; // every job attached, for stop() to remove those left
 
     ~Listener() { g_main_loop_unref(loop); }
+
+    // Runs job on the thread's loop after delay milliseconds; nothing once stopping.
+    void schedule(guint delay, std::function<void()> job) {
+        GSource* source = delay == 0 ? g_idle_source_new() : g_timeout_source_new(delay);
+        g_source_set_callback(
+            source,
+            [](gpointer data) {
+                (*static_cast<std::function<void()>*>(data))();
+                return G_SOURCE_REMOVE;
+            },
+            new std::function<void()>(std::move(job)),
+            [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+        const std::lock_guard lock(mutex);
+        std::erase_if(sources, [](GSource* done) {
+            const bool gone = g_source_is_destroyed(done);
+            if (gone) {
+                g_source_unref(done);
+            }
+            return gone;
+        });
+        if (stopping) {
+            g_source_unref(source);
+            return;
+        }
+        g_source_attach(source, nullptr);
+        sources.push_back(source);
+    }
+
+    void removeJobs() {
+        const std::lock_guard lock(mutex);
+        for (GSource* source : sources) {
+            g_source_destroy(source);
+            g_source_unref(source);
+        }
+        sources.clear();
+    }
+
+    // Asks the application with pid, in front since generation began, for its focus.
+    void look(int pid, unsigned lookFor, int times) {
+        if (lookFor != generation || stopping) {
+            return;
+        }
+        if (looking) {
+            schedule(20, [this, pid, lookFor, times] { look(pid, lookFor, times); });
+            return;
+        }
+        looking = true;
+        AtspiAccessible* application = pid > 0 ? applicationWith(pid) : nullptr;
+        AtspiAccessible* focus = nullptr;
+        if (application != nullptr) {
+            // What libatspi keeps of the application came from the events it sent, which are
+            // what may be missing.
+            atspi_accessible_clear_cache(application);
+            focus = focusedBelow(application);
+        }
+        looking = false;
+        if (lookFor != generation) {
+            unref(focus);
+            unref(application);
+            return;
+        }
+        if (focus != nullptr) {
+            focusChanged(focus, true);
+        } else {
+            forget();
+            post(false, {});
+            if (pid > 0 && times + 1 < lookTimes) {
+                schedule(lookAgainAfter,
+                         [this, pid, lookFor, times] { look(pid, lookFor, times + 1); });
+            }
+        }
+        unref(focus);
+        unref(application);
+    }
 
     void post(bool active, std::string holder) {
         scheduler.post([alive = alive, active, holder = std::move(holder)]() mutable {
@@ -153,13 +347,25 @@ AtSpiPasswordFocus::~AtSpiPasswordFocus() {
     alive_.reset();
 }
 
+void AtSpiPasswordFocus::frontMoved(int pid) {
+    if (!listener_) {
+        return;
+    }
+    Listener* listener = listener_.get();
+    const unsigned lookFor = ++listener->generation;
+    listener->schedule(0, [listener, pid, lookFor] { listener->look(pid, lookFor, 0); });
+}
+
 void AtSpiPasswordFocus::start(std::function<void()> changed) {
     changed_ = std::move(changed);
     if (listener_) {
         return;
     }
-    listener_.reset(new Listener{scheduler_, alive_});
+    listener_ = std::make_unique<Listener>(scheduler_, alive_);
     thread_ = std::thread([listener = listener_.get()] { listener->run(); });
+    if (front_) {
+        frontMoved(front_());
+    }
 }
 
 void AtSpiPasswordFocus::stop() {
@@ -171,7 +377,10 @@ void AtSpiPasswordFocus::stop() {
     }
     // The loop may not run yet: a source on its context quits it as soon as it does, and is
     // destroyed afterwards in case it never did.
-    listener_->stopping = true;
+    {
+        const std::lock_guard lock(listener_->mutex);
+        listener_->stopping = true;
+    }
     listener_->quit = g_idle_source_new();
     g_source_set_callback(
         listener_->quit,
@@ -182,6 +391,7 @@ void AtSpiPasswordFocus::stop() {
         listener_->loop, nullptr);
     g_source_attach(listener_->quit, nullptr);
     thread_.join();
+    listener_->removeJobs();
     g_source_destroy(listener_->quit);
     g_source_unref(listener_->quit);
     listener_.reset();

@@ -11,11 +11,15 @@
 namespace quillet {
 
 /// A password field with the keyboard focus, as the accessibility bus (AT-SPI) tells it: the
-/// focused object's role is "password text". Qt, GTK and browsers announce every focus change on
-/// the bus (object:state-changed:focused); the role is asked once per change, with a 0.2 s limit,
-/// and the answer kept, so nothing is asked while a key is handled. Any window losing its
-/// activation clears it as well, since an application left behind does not always announce that
-/// its field lost the focus.
+/// focused object's role is "password text". Two ways lead there. Qt, GTK and browsers announce
+/// focus changes inside their windows on the bus (object:state-changed:focused); and whenever
+/// another window comes to the front, its application is looked up on the bus by process id and
+/// its focused object asked for, since an application announces only the events it has learned
+/// someone listens to, which it may learn only after its first field took the focus. An
+/// application not yet on the bus is looked for again for a few seconds. Each question has a
+/// 0.2 s limit and the answer is kept, so nothing is asked while a key is handled. Any window
+/// losing its activation clears it as well, since an application left behind does not always
+/// announce that its field lost the focus.
 ///
 /// libatspi is single-threaded and serves its connections from GLib's default main context, so
 /// it runs on a thread of its own that iterates that context; nothing else in Quillet does (a
@@ -31,6 +35,12 @@ public:
     AtSpiPasswordFocus(const AtSpiPasswordFocus&) = delete;
     AtSpiPasswordFocus& operator=(const AtSpiPasswordFocus&) = delete;
 
+    /// Looks at the focus of the application with this process id (0: none known), which has
+    /// just come to the front.
+    void frontMoved(int pid);
+    /// Names the process in front when started, for the first look.
+    void setFrontProcess(std::function<int()> front) { front_ = std::move(front); }
+
     void start(std::function<void()> changed) override;
     void stop() override;
     bool active() const override { return active_; }
@@ -43,6 +53,7 @@ private:
     Scheduler& scheduler_;
     std::function<void(const std::string&)> log_;
     std::function<void()> changed_;
+    std::function<int()> front_;
     bool active_ = false;
     std::string holder_;
     bool logged_ = false;

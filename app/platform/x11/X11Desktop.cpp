@@ -37,6 +37,10 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     desktop->grabs_ = std::make_unique<X11SecureInput>(*desktop->grabWatch_,
                                                        [keys] { return keys->grabsActivated(); });
     desktop->passwords_ = std::make_unique<AtSpiPasswordFocus>(scheduler, log);
+    AtSpiPasswordFocus* passwords = desktop->passwords_.get();
+    X11FrontApplication* front = desktop->front_.get();
+    passwords->setFrontProcess([front] { return front->frontProcess(); });
+    front->setOnWindowChange([passwords](int pid) { passwords->frontMoved(pid); });
     desktop->secure_ = std::make_unique<AnySecureInput>(
         std::vector<SecureInput*>{desktop->grabs_.get(), desktop->passwords_.get()});
     return desktop;

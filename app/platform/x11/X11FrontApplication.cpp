@@ -3,10 +3,12 @@
 #include "platform/x11/XcbReply.h"
 
 #include <X11/Xlib-xcb.h>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <xcb/xcb.h>
 
 namespace quillet {
@@ -36,11 +38,13 @@ xcb_window_t parentOf(xcb_connection_t* c, xcb_window_t window) {
     return reply ? reply->parent : XCB_NONE;
 }
 
-// The class of window or of its nearest ancestor that has one; empty when none has.
-std::string classUpFrom(xcb_connection_t* c, xcb_window_t window, xcb_window_t root) {
+// The class of window or of its nearest ancestor that has one, with that window; an empty
+// class when none has.
+std::pair<std::string, xcb_window_t> classUpFrom(xcb_connection_t* c, xcb_window_t window,
+                                                 xcb_window_t root) {
     for (int depth = 0; depth < maxDepth && window != XCB_NONE && window != root; ++depth) {
         if (std::string name = wmClassOf(c, window); !name.empty()) {
-            return name;
+            return {std::move(name), window};
         }
         window = parentOf(c, window);
     }
@@ -60,12 +64,15 @@ bool selectEvents(xcb_connection_t* c, xcb_window_t window, std::uint32_t mask) 
 X11FrontApplication::X11FrontApplication(X11Connection& connection)
     : display_(connection.display()), root_(XDefaultRootWindow(display_)),
       activeAtom_(XInternAtom(display_, "_NET_ACTIVE_WINDOW", False)),
+      pidAtom_(XInternAtom(display_, "_NET_WM_PID", False)),
       alive_(std::make_shared<X11FrontApplication*>(this)) {
     // Focus events on the root come when the focus leaves it or returns to it (no window
     // manager, or one without EWMH).
     selectEvents(XGetXCBConnection(display_), static_cast<xcb_window_t>(root_),
                  XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_FOCUS_CHANGE);
-    id_ = resolve();
+    Front front = resolve();
+    id_ = std::move(front.id);
+    window_ = front.window;
     connection.watchWhileAlive(std::weak_ptr<X11FrontApplication*>(alive_),
                                &X11FrontApplication::drainEvents);
 }
@@ -111,18 +118,44 @@ void X11FrontApplication::drainEvents() {
 }
 
 void X11FrontApplication::refresh() {
-    std::string now = resolve();
-    if (now == id_) {
-        return;
+    Front now = resolve();
+    const bool moved = now.window != window_;
+    const bool changed = now.id != id_;
+    id_ = std::move(now.id);
+    window_ = now.window;
+    // The handlers may replace themselves.
+    if (moved && moved_) {
+        auto handler = moved_;
+        handler(processOf(window_));
     }
-    id_ = std::move(now);
-    if (changed_) {
-        auto changed = changed_; // the handler may replace itself
-        changed();
+    if (changed && changed_) {
+        auto handler = changed_;
+        handler();
     }
 }
 
-std::string X11FrontApplication::resolve() {
+int X11FrontApplication::processOf(Window window) {
+    if (window == None) {
+        return 0;
+    }
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    xcb_generic_error_t* error = nullptr;
+    auto reply =
+        takeReply(xcb_get_property_reply(c,
+                                         xcb_get_property(c, 0, static_cast<xcb_window_t>(window),
+                                                          static_cast<xcb_atom_t>(pidAtom_),
+                                                          XCB_ATOM_CARDINAL, 0, 1),
+                                         &error),
+                  error);
+    if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 4) {
+        return 0;
+    }
+    std::uint32_t pid = 0;
+    std::memcpy(&pid, xcb_get_property_value(reply.get()), sizeof pid);
+    return static_cast<int>(pid);
+}
+
+X11FrontApplication::Front X11FrontApplication::resolve() {
     xcb_connection_t* c = XGetXCBConnection(display_);
     const auto root = static_cast<xcb_window_t>(root_);
     xcb_generic_error_t* error = nullptr;
@@ -131,11 +164,10 @@ std::string X11FrontApplication::resolve() {
     // Whichever answers, the focused window's changes are what say to look again when the
     // window manager keeps no _NET_ACTIVE_WINDOW.
     follow(focus);
-
     if (const xcb_window_t active = activeWindow(c, root, static_cast<xcb_atom_t>(activeAtom_));
         active != XCB_NONE) {
-        if (std::string name = classUpFrom(c, active, root); !name.empty()) {
-            return name;
+        if (auto [name, window] = classUpFrom(c, active, root); !name.empty()) {
+            return {std::move(name), window};
         }
     }
     if (focus == XCB_INPUT_FOCUS_POINTER_ROOT) {
@@ -144,7 +176,8 @@ std::string X11FrontApplication::resolve() {
             takeReply(xcb_query_pointer_reply(c, xcb_query_pointer(c, root), &error), error);
         focus = pointer ? pointer->child : XCB_NONE;
     }
-    return classUpFrom(c, focus, root);
+    auto [name, window] = classUpFrom(c, focus, root);
+    return {std::move(name), window};
 }
 
 void X11FrontApplication::follow(Window focus) {

@@ -30,18 +30,34 @@ public:
     /// The WM_CLASS class of the window in front, the same as id().
     std::string windowClass() const { return id_; }
 
+    /// Calls moved with the process id of the window in front (_NET_WM_PID; 0 when it names
+    /// none) whenever another window comes to the front, even of the same application; an
+    /// empty function stops the calls.
+    void setOnWindowChange(std::function<void(int pid)> moved) { moved_ = std::move(moved); }
+    /// The process id of the window in front; 0 when unknown.
+    int frontProcess() { return processOf(window_); }
+
 private:
+    struct Front {
+        std::string id;
+        Window window = None; // the window that has the class
+    };
+
     void drainEvents();
     void refresh();
-    std::string resolve();
+    Front resolve();
     void follow(Window focus);
+    int processOf(Window window);
 
     Display* display_;
     Window root_;
     Atom activeAtom_;
+    Atom pidAtom_;
     Window followed_ = None; // the focused window whose focus changes are selected
     std::string id_;
+    Window window_ = None;
     std::function<void()> changed_;
+    std::function<void(int)> moved_;
     std::shared_ptr<X11FrontApplication*> alive_; // what the connection's handler looks for
 };
 

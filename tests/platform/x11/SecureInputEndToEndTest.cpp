@@ -1,5 +1,6 @@
-// Quillet as the user runs it, while another program keeps the keyboard to itself: a prompt
-// grabbing it. Runs on a private session bus, under a window manager.
+// Quillet as the user runs it, while the user types a secret: into a prompt grabbing the
+// keyboard, or into a password field an accessible application reports. Runs on a private
+// session bus, with its accessibility bus, under a window manager.
 #include <gtest/gtest.h>
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
@@ -92,6 +93,28 @@ TEST(SecureInputEndToEnd, AnotherProgramsGrabPausesExpansionUntilItLetsGo) {
     ASSERT_TRUE(quillet.waitForLog("Expansion resumed", from)) << quillet.log();
 
     window.focus();
+    typist.type(";sig");
+    EXPECT_EQ(window.waitFor("Best, Ann"), "Best, Ann");
+}
+
+TEST(SecureInputEndToEnd, APasswordFieldIsNeverMatched) {
+    Typist typist;
+    QuilletProcess quillet(library());
+    ASSERT_TRUE(quillet.listening()) << quillet.log();
+    TextWindow window;
+    ASSERT_TRUE(window.ready());
+    // A field that has the focus from its first moment, before its application can have
+    // learned that anyone listens for focus changes.
+    std::size_t from = quillet.log().size();
+    TextWindow field({"--password", "--class", "Login"});
+    ASSERT_TRUE(field.ready());
+    ASSERT_TRUE(quillet.waitForLog("Expansion is paused", from)) << quillet.log();
+    typist.type(";sig!");
+    EXPECT_EQ(field.waitFor(";sig!"), ";sig!");
+
+    from = quillet.log().size();
+    window.focus();
+    ASSERT_TRUE(quillet.waitForLog("Expansion resumed", from)) << quillet.log();
     typist.type(";sig");
     EXPECT_EQ(window.waitFor("Best, Ann"), "Best, Ann");
 }

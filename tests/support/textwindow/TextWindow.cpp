@@ -6,7 +6,8 @@
 //   text <json> | html <json>   answers to "text" and "html"
 //   ok                          answer to "clear" and "focus"
 // Options: --class NAME sets the window's WM_CLASS class; --terminal makes it behave as a
-// terminal: Control+Shift+V pastes plain text and Control+V types the marker "<ctrl+v>".
+// terminal: Control+Shift+V pastes plain text and Control+V types the marker "<ctrl+v>";
+// --password makes it a password field (a one-line field that shows dots).
 #include <QApplication>
 #include <QBuffer>
 #include <QClipboard>
@@ -15,6 +16,7 @@
 #include <QJsonDocument>
 #include <QJsonValue>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QMimeData>
 #include <QSocketNotifier>
 #include <QTextEdit>
@@ -80,18 +82,25 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QString windowClass = "QuilletTextWindow";
     bool terminal = false;
+    bool password = false;
     const QStringList args = app.arguments();
     for (int i = 1; i < args.size(); ++i) {
         if (args[i] == "--class" && i + 1 < args.size()) {
             windowClass = args[++i];
         } else if (args[i] == "--terminal") {
             terminal = true;
+        } else if (args[i] == "--password") {
+            password = true;
         }
     }
 
-    Editor editor(terminal);
+    Editor text(terminal);
+    QLineEdit field;
+    field.setEchoMode(QLineEdit::Password);
+    QWidget& editor = password ? static_cast<QWidget&>(field) : text;
+    auto plain = [&] { return password ? field.text() : text.toPlainText(); };
     editor.setWindowTitle("Quillet test window");
-    editor.resize(600, 400);
+    editor.resize(600, password ? 40 : 400);
     const WId id = editor.winId();
     if (auto* x11 = app.nativeInterface<QNativeInterface::QX11Application>()) {
         const QByteArray name = windowClass.toLower().toUtf8();
@@ -100,12 +109,14 @@ int main(int argc, char** argv) {
         XSetClassHint(x11->display(), static_cast<Window>(id), &hint);
         XFlush(x11->display());
     }
-    QObject::connect(&editor, &QTextEdit::textChanged, [&editor] {
+    auto changed = [&plain] {
         const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(
                             std::chrono::steady_clock::now().time_since_epoch())
                             .count();
-        say("changed " + std::to_string(ns) + " " + json(editor.toPlainText()));
-    });
+        say("changed " + std::to_string(ns) + " " + json(plain()));
+    };
+    QObject::connect(&text, &QTextEdit::textChanged, changed);
+    QObject::connect(&field, &QLineEdit::textChanged, changed);
 
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     std::string pending;
@@ -121,11 +132,12 @@ int main(int argc, char** argv) {
             const std::string command = pending.substr(0, end);
             pending.erase(0, end + 1);
             if (command == "text") {
-                say("text " + json(editor.toPlainText()));
+                say("text " + json(plain()));
             } else if (command == "html") {
-                say("html " + json(editor.toHtml()));
+                say("html " + json(text.toHtml()));
             } else if (command == "clear") {
-                editor.clear();
+                text.clear();
+                field.clear();
                 say("ok");
             } else if (command == "focus") {
                 editor.activateWindow();
