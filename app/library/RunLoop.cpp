@@ -16,9 +16,7 @@ Scheduler::TimerId RunLoop::schedule(Clock::time_point due, Task task) {
     TimerId id = 0;
     {
         std::lock_guard lock(mutex_);
-        id = ++lastId_;
-        tasks_.emplace(Key{due, id}, std::move(task));
-        dueTimes_.emplace(id, due);
+        id = tasks_.add(due, std::move(task));
     }
     wake_.notify_one();
     return id;
@@ -26,13 +24,7 @@ Scheduler::TimerId RunLoop::schedule(Clock::time_point due, Task task) {
 
 bool RunLoop::cancel(TimerId timer) {
     std::lock_guard lock(mutex_);
-    auto it = dueTimes_.find(timer);
-    if (it == dueTimes_.end()) {
-        return false;
-    }
-    tasks_.erase(Key{it->second, timer});
-    dueTimes_.erase(it);
-    return true;
+    return tasks_.cancel(timer);
 }
 
 bool RunLoop::isMainThread() const {
@@ -79,26 +71,19 @@ bool RunLoop::loop(const std::function<bool()>* done, const Clock::time_point* d
             }
         }
         const auto now = Clock::now();
-        if (!tasks_.empty()) {
-            const auto due = tasks_.begin()->first.first;
-            // Tasks that fall due after the deadline wait for the next call, so a task that keeps
-            // posting itself cannot hold a bounded run open.
-            if (due <= now && (deadline == nullptr || due <= *deadline)) {
-                auto node = tasks_.extract(tasks_.begin());
-                dueTimes_.erase(node.key().second);
-                lock.unlock();
-                node.mapped()();
-                lock.lock();
-                continue;
-            }
+        // Tasks that fall due after the deadline wait for the next call, so a task that keeps
+        // posting itself cannot hold a bounded run open.
+        if (auto task =
+                tasks_.takeDue(now, deadline != nullptr ? *deadline : Clock::time_point::max())) {
+            lock.unlock();
+            (*task)();
+            lock.lock();
+            continue;
         }
         if (deadline != nullptr && now >= *deadline) {
             return false;
         }
-        auto wakeAt = Clock::time_point::max();
-        if (!tasks_.empty()) {
-            wakeAt = tasks_.begin()->first.first;
-        }
+        auto wakeAt = tasks_.nextDue().value_or(Clock::time_point::max());
         if (deadline != nullptr && *deadline < wakeAt) {
             wakeAt = *deadline;
         }

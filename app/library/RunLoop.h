@@ -1,15 +1,13 @@
 #pragma once
 
 #include "library/Scheduler.h"
+#include "library/TaskQueue.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <thread>
-#include <unordered_map>
-#include <utility>
 
 namespace quillet {
 
@@ -41,18 +39,14 @@ public:
     void quit();
 
 private:
-    using Clock = std::chrono::steady_clock;
-    // Ordered by due time, then by id, so tasks due together run in the order they were posted.
-    using Key = std::pair<Clock::time_point, TimerId>;
+    using Clock = TaskQueue::Clock;
 
     bool loop(const std::function<bool()>* done, const Clock::time_point* deadline);
     TimerId schedule(Clock::time_point due, Task task);
 
     mutable std::mutex mutex_;
     std::condition_variable wake_;
-    std::map<Key, Task> tasks_;
-    std::unordered_map<TimerId, Clock::time_point> dueTimes_;
-    TimerId lastId_ = 0;
+    TaskQueue tasks_;
     bool quit_ = false;
     std::atomic<std::thread::id> owner_;
 };

@@ -145,7 +145,10 @@ struct AtSpiPasswordFocus::Listener {
 
     Scheduler& scheduler;
     std::weak_ptr<AtSpiPasswordFocus*> alive;
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    // A context of its own: the application's main thread may iterate GLib's default one (Qt
+    // does), and libatspi must only ever be called from this thread.
+    GMainContext* context = g_main_context_new();
+    GMainLoop* loop = g_main_loop_new(context, FALSE);
     GSource* quit = nullptr;
     std::atomic<bool> stopping{false};
     AtspiAccessible* password = nullptr; // the focused password field, on the thread only
@@ -154,7 +157,10 @@ struct AtSpiPasswordFocus::Listener {
     std::mutex mutex;
     std::vector<GSource*> sources; // every job attached, for stop() to remove those left
 
-    ~Listener() { g_main_loop_unref(loop); }
+    ~Listener() {
+        g_main_loop_unref(loop);
+        g_main_context_unref(context);
+    }
 
     // Runs job on the thread's loop after delay milliseconds; nothing once stopping.
     void schedule(guint delay, std::function<void()> job) {
@@ -179,7 +185,7 @@ struct AtSpiPasswordFocus::Listener {
             g_source_unref(source);
             return;
         }
-        g_source_attach(source, nullptr);
+        g_source_attach(source, context);
         sources.push_back(source);
     }
 
@@ -250,12 +256,19 @@ struct AtSpiPasswordFocus::Listener {
     }
 
     void run() {
+        g_main_context_push_thread_default(context);
+        listen();
+        g_main_context_pop_thread_default(context);
+    }
+
+    void listen() {
         if (atspi_init() > 1) {
             atspi_exit(); // or the next init would take the missing bus for a working one
             postLog("No accessibility bus: password fields in other applications are not "
                     "recognised, only applications holding the keyboard.");
             return;
         }
+        atspi_set_main_context(context);
         atspi_set_timeout(askLimit, -1);
         AtspiEventListener* focus = atspi_event_listener_new(&Listener::focused, this, nullptr);
         AtspiEventListener* deactivate =
@@ -389,7 +402,7 @@ void AtSpiPasswordFocus::stop() {
             return G_SOURCE_REMOVE;
         },
         listener_->loop, nullptr);
-    g_source_attach(listener_->quit, nullptr);
+    g_source_attach(listener_->quit, listener_->context);
     thread_.join();
     listener_->removeJobs();
     g_source_destroy(listener_->quit);

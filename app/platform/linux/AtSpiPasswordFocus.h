@@ -21,11 +21,11 @@ namespace quillet {
 /// losing its activation clears it as well, since an application left behind does not always
 /// announce that its field lost the focus.
 ///
-/// libatspi is single-threaded and serves its connections from GLib's default main context, so
-/// it runs on a thread of its own that iterates that context; nothing else in Quillet does (a
-/// shell on a GLib event loop would have to host this on its main loop instead). Answers reach
-/// the main thread through the scheduler. Without an accessibility bus this reports nothing and
-/// logs why, once. Applications without accessibility (plain X clients, terminals) are not seen.
+/// libatspi is single-threaded, so it runs on a thread of its own, serving its connections from
+/// a GLib main context of that thread's (Qt's main thread iterates GLib's default one). Answers
+/// reach the main thread through the scheduler. Without an accessibility bus this reports nothing
+/// and logs why, once. Applications without accessibility (plain X clients, terminals) are not
+/// seen.
 class AtSpiPasswordFocus final : public SecureInput {
 public:
     /// Reports through scheduler; writes to log (may be empty) when no bus can be reached.

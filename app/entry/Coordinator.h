@@ -1,0 +1,158 @@
+#pragma once
+
+#include "engine/Expander.h"
+#include "library/FileWatcher.h"
+#include "library/JsonPreferences.h"
+#include "library/LockedSnippets.h"
+#include "library/Scheduler.h"
+#include "library/Store.h"
+#include "library/Usage.h"
+#include "platform/Desktop.h"
+#include "render/ClipboardHistory.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace quillet {
+
+/// What the tray shows about expansion: a headline, a detail line and whether expansion works.
+struct EngineStatus {
+    enum class State {
+        starting,    ///< before the first refresh
+        running,     ///< expanding
+        noDisplay,   ///< nothing to listen to (no X display)
+        refused,     ///< the display refused the keyboard listener
+        secureInput, ///< another application keeps the keyboard to itself
+        paused,      ///< the user paused expansion from the tray
+    };
+
+    State state = State::starting;
+    std::string headline;
+    std::string detail;
+
+    /// True while abbreviations expand.
+    bool works() const { return state == State::running; }
+
+    friend bool operator==(const EngineStatus&, const EngineStatus&) = default;
+};
+
+/// How the tray icon shows the status: the semicolon, with a badge, and its tooltip.
+struct TrayLook {
+    enum class Badge {
+        none,       ///< expanding, nothing waiting
+        suggestion, ///< a dot: a retyped phrase waits to become a snippet
+        warning,    ///< a warning sign: expansion is stopped
+    };
+
+    Badge badge = Badge::none;
+    std::string tooltip;
+
+    friend bool operator==(const TrayLook&, const TrayLook&) = default;
+};
+
+/// The running application's parts and their life: the store from start-up, the desktop and
+/// the keyboard engine from the first status refresh that finds a display, and the status the
+/// tray shows, refreshed every two seconds so that a display or listener that was missing is
+/// taken up as soon as it can be. Everything runs on the scheduler's main thread; the windows
+/// that ask for values or passwords are given as hooks, so this holds no toolkit code.
+class Coordinator {
+public:
+    /// The preference that puts the time saved beside the tray icon.
+    static constexpr std::string_view showSavedKey = "showSaved";
+    /// The preference naming the colours: "system", "light" or "dark".
+    static constexpr std::string_view appearanceKey = "appearance";
+
+    /// How often the status is refreshed.
+    static constexpr std::chrono::seconds refreshEvery{2};
+
+    /// The platform's parts, which must outlive the coordinator.
+    struct Parts {
+        Scheduler& scheduler;
+        JsonFilePreferences& preferences;
+        FileWatcher& watcher;
+        SecretStore& secrets;
+        OwnerAuth& auth;
+        /// Opens the desktop session; null with why in the user's words when there is none.
+        std::function<std::unique_ptr<Desktop>(std::string& why)> openDesktop;
+        /// Where the library, usage and settings live.
+        Folders folders = Folders::current();
+    };
+
+    /// What the shell wants to hear and show; every hook may be empty.
+    struct Hooks {
+        std::function<void(const std::string&)> log;
+        /// Asks the user for a snippet's field values; empty takes their defaults.
+        Expander::AskForm askForm;
+        /// A phrase was typed often enough to become a snippet (see suggestion()).
+        Expander::OnRepeat onRepeat;
+        /// The status changed (and with it the tray).
+        std::function<void()> statusChanged;
+    };
+
+    /// Loads the library and reads the settings; nothing listens until start().
+    Coordinator(Parts parts, Hooks hooks);
+    /// Stops the engine, letting an expansion under way give the user's clipboard back.
+    ~Coordinator();
+    Coordinator(const Coordinator&) = delete;
+    Coordinator& operator=(const Coordinator&) = delete;
+
+    /// Refreshes the status now and every refreshEvery from now on.
+    void start();
+    /// Works out the status, first opening the desktop and starting the engine where missing.
+    void refresh();
+
+    /// The status as of the last refresh.
+    const EngineStatus& status() const { return status_; }
+    /// "Saved 1h 5m over 120 expansions."
+    std::string savedLine() const;
+    /// The time saved alone ("1h 5m"), for beside the tray icon; empty before anything saved.
+    std::string savedShort() const;
+
+    /// The tray icon's badge and tooltip; the tooltip leads with the time saved when
+    /// "showSaved" is on, as the tray has no room for text beside the icon.
+    TrayLook trayLook() const;
+
+    /// The retyped phrase waiting to become a snippet, if any.
+    const std::optional<Repeats::Suggestion>& suggestion() const { return suggestion_; }
+    /// Forgets the waiting suggestion (taken or turned down).
+    void dismissSuggestion();
+
+    /// Stops expansion until resumed (true), or resumes it.
+    void setPaused(bool paused);
+    /// True while the user paused expansion.
+    bool userPaused() const { return userPaused_; }
+
+    /// The library.
+    SnippetStore& store() { return store_; }
+    /// The keyboard engine; null until a desktop was found.
+    Expander* engine() { return engine_.get(); }
+    /// The desktop session; null until one was found.
+    Desktop* desktop() { return desktop_.get(); }
+
+private:
+    void createEngine();
+    void setStatus(EngineStatus status);
+    void log(const std::string& line) const;
+    void secureInputChanged();
+
+    Parts parts_;
+    Hooks hooks_;
+    SnippetStore store_;
+    UsageFile usage_;
+    LockedSnippets locked_;
+    std::unique_ptr<Desktop> desktop_;
+    std::unique_ptr<ClipboardHistory> history_;
+    std::unique_ptr<Expander> engine_;
+    EngineStatus status_;
+    std::string lastWhy_;
+    std::optional<Repeats::Suggestion> suggestion_;
+    bool userPaused_ = false;
+    bool secureStarted_ = false;
+    Scheduler::TimerId timer_ = 0;
+    std::shared_ptr<Coordinator*> alive_;
+};
+
+} // namespace quillet

@@ -1,0 +1,86 @@
+#include "shell/Shell.h"
+
+#include "entry/Application.h"
+#include "entry/Coordinator.h"
+#include "library/JsonPreferences.h"
+#include "platform/Desktop.h"
+#include "platform/linux/InotifyWatcher.h"
+#include "platform/linux/PamOwnerAuth.h"
+#include "platform/linux/SecretServiceStore.h"
+#include "platform/linux/SignalQuit.h"
+#include "platform/linux/TerminalPrompt.h"
+#include "shell/Appearance.h"
+#include "shell/QtScheduler.h"
+#include "shell/Tray.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QTimer>
+#include <memory>
+
+namespace quillet {
+
+int runShell(int argc, char** argv) {
+    Tray::registerIcons();
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("Quillet");
+    QApplication::setDesktopFileName("quillet");
+    QApplication::setWindowIcon(QIcon(":/icons/quillet.svg"));
+    // Closing a window (the form, a dialog) never ends the application: the tray does.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    QtScheduler scheduler;
+    SignalQuit stopOnSignal(
+        [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); },
+        logSignal);
+    JsonFilePreferences preferences(Folders::current().settingsFile());
+    InotifyWatcher watcher(scheduler);
+    SecretServiceStore secrets;
+    PamOwnerAuth auth{TerminalPrompt{}};
+    Appearance appearance(app);
+    std::unique_ptr<Tray> tray;
+    auto refreshTray = [&] {
+        appearance.apply(preferences.text(Coordinator::appearanceKey).value_or("system"));
+        if (tray) {
+            tray->update();
+        }
+    };
+
+    Coordinator coordinator(
+        {scheduler, preferences, watcher, secrets, auth,
+         [&](std::string& why) { return Desktop::open(scheduler, preferences, logLine, why); }},
+        {logLine, {}, {}, refreshTray});
+    refreshTray();
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        logLine("tray icon in the system tray");
+    } else {
+        logLine("no system tray on this desktop: the icon shows once one starts");
+    }
+    tray = std::make_unique<Tray>(coordinator, appearance, [] { QCoreApplication::quit(); });
+    coordinator.start();
+    const int status = QApplication::exec();
+
+    if (Expander* engine = coordinator.engine()) {
+        engine->stop();
+        // Expansions under way finish, so the user's clipboard is back before the desktop
+        // closes; the loop runs for them a little longer.
+        QEventLoop finishing;
+        QTimer limit;
+        limit.setSingleShot(true);
+        QObject::connect(&limit, &QTimer::timeout, &finishing, &QEventLoop::quit);
+        limit.start(2000);
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &finishing, [&] {
+            if (engine->idle()) {
+                finishing.quit();
+            }
+        });
+        poll.start(10);
+        if (!engine->idle()) {
+            finishing.exec();
+        }
+    }
+    return status;
+}
+
+} // namespace quillet
