@@ -851,6 +851,16 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
         carryOut(pending, Expansion::plan(content, abbreviation, *all_, {}, renderContext()));
         return;
     }
+    // The form takes the keyboard: it shows once the abbreviation is erased and the keyboard is
+    // the user's again.
+    enqueue(Step::finish());
+    whenQueueEmpty([this, fields, pending, content = std::move(content)]() mutable {
+        ask(fields, std::move(pending), std::move(content));
+    });
+}
+
+void Expander::ask(const std::vector<Tokens::Field>& fields, std::shared_ptr<Pending> pending,
+                   std::string content) {
     std::weak_ptr<Expander*> alive = self_;
     Scheduler& scheduler = scheduler_;
     askForm_(fields, [alive, pending, content = std::move(content),
@@ -865,8 +875,8 @@ void Expander::proceed(std::shared_ptr<Pending> pending, std::string content) {
                 --engine.preparing_; // cancelled: the abbreviation stays erased
                 if (pending->typedAfter > 0) {
                     engine.enqueue(Step::right(pending->typedAfter));
+                    engine.enqueue(Step::finish());
                 }
-                engine.enqueue(Step::finish());
                 return;
             }
             auto given = [&values](const std::vector<Tokens::Field>&) { return values; };
@@ -969,9 +979,20 @@ void Expander::enqueue(Step step) {
     }
 }
 
+void Expander::whenQueueEmpty(std::function<void()> then) {
+    if (queue_.empty() && !running_) {
+        then();
+        return;
+    }
+    drained_.push_back(std::move(then));
+}
+
 void Expander::next() {
     if (queue_.empty()) {
         running_ = false;
+        for (auto& then : std::exchange(drained_, {})) {
+            then();
+        }
         return;
     }
     running_ = true;

@@ -234,6 +234,9 @@ private:
     Verdict handle(const KeyEvent& event);
     void typedWhilePreparing(const KeyEvent& event, Verdict verdict);
     void holdThenProceed(std::shared_ptr<Pending> pending, std::string content);
+    void ask(const std::vector<Tokens::Field>& fields, std::shared_ptr<Pending> pending,
+             std::string content);
+    void whenQueueEmpty(std::function<void()> then);
     void loseWaiting();
     void breakContext();
     void clearUndo();
@@ -271,6 +274,7 @@ private:
     std::optional<Undo> undo_;
     std::optional<Counted> counted_;
     AskForm askForm_;
+    std::vector<std::function<void()>> drained_; // waiting for the queue to run empty
     OnRepeat onRepeat_;
     bool suggesting_ = false;
 

@@ -8,6 +8,7 @@
 #include "library/Scheduler.h"
 #include "render/Pasteboard.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +38,15 @@ public:
 
     /// Whether another application keeps the user's typing to itself, and which.
     virtual SecureInput& secureInput() = 0;
+
+    /// The window that has the keyboard focus now, to give it back to later; 0 when none is
+    /// known.
+    virtual std::uint64_t focusedWindow() = 0;
+
+    /// Gives the keyboard focus back to window (from focusedWindow()) and calls done on the main
+    /// thread: true once it has the focus again, false when it is gone or did not take it
+    /// within a second.
+    virtual void refocus(std::uint64_t window, std::function<void(bool back)> done) = 0;
 
     /// Calls changed on the main thread whenever another application puts something on the
     /// clipboard.

@@ -10,6 +10,7 @@
 #include "platform/linux/SignalQuit.h"
 #include "platform/linux/TerminalPrompt.h"
 #include "shell/Appearance.h"
+#include "shell/FormPanel.h"
 #include "shell/QtScheduler.h"
 #include "shell/Tray.h"
 
@@ -46,10 +47,31 @@ int runShell(int argc, char** argv) {
         }
     };
 
+    Coordinator* running = nullptr;
+    // The form takes the focus; the values go to the window the user typed in, once it has the
+    // focus back, or nowhere.
+    auto askForm = [&running](const std::vector<Tokens::Field>& fields, Expander::FormDone done) {
+        Desktop* desktop = running->desktop();
+        const std::uint64_t window = desktop != nullptr ? desktop->focusedWindow() : 0;
+        logLine("asking for " + std::to_string(fields.size()) + " field values");
+        FormPanel::ask(fields, [desktop, window, done](std::optional<Expansion::Values> values) {
+            if (desktop == nullptr || window == 0) {
+                done(std::move(values));
+                return;
+            }
+            desktop->refocus(window, [done, values](bool back) {
+                if (!back && values) {
+                    logLine("the window the snippet was typed in is gone: nothing inserted");
+                }
+                done(back ? values : std::nullopt);
+            });
+        });
+    };
     Coordinator coordinator(
         {scheduler, preferences, watcher, secrets, auth,
          [&](std::string& why) { return Desktop::open(scheduler, preferences, logLine, why); }},
-        {logLine, {}, {}, refreshTray});
+        {logLine, askForm, {}, refreshTray});
+    running = &coordinator;
     refreshTray();
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         logLine("tray icon in the system tray");

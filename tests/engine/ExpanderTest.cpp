@@ -185,12 +185,12 @@ TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
           "finish"},
          {"erase 1", "insert \"a\"", "press cmd+shift+k", "insert \"b\"", "type \"{key:enter}\"",
           "finish"}},
-        {"fields take their defaults until the form exists",
+        {"fields take their defaults without a form; the keyboard is free while one asks",
          {snippet(";f", "Hi {field:Name=Bob}{choice:Day=#Pick|Mon|Tue}")},
          none,
          ";f",
-         {"erase 2", "insert \"Hi BobMon\"", "finish"},
-         {"erase 1", "insert \"Hi BobMon\"", "finish"}},
+         {"erase 2", "finish", "insert \"Hi BobMon\"", "finish"},
+         {"erase 1", "finish", "insert \"Hi BobMon\"", "finish"}},
         {"a key press loses the caret mark before it",
          {snippet(";c", "x{cursor}y{key:tab}z")},
          none,
@@ -540,10 +540,11 @@ TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
     h.keys.type(";f");
     h.loop.runFor(5ms);
     EXPECT_EQ(asked, (std::vector<Tokens::Field>{{"Name", {}, false}}));
-    EXPECT_EQ(h.executor.described(), Lines{"erase 2"}); // erased before the form shows
+    // Erased, and the keyboard let go, before the form shows.
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish"}));
     answer(Expansion::Values{{"Name", "Zoë"}});
     h.settle();
-    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "insert \"Hi Zoë\"", "finish"}));
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish", "insert \"Hi Zoë\"", "finish"}));
 
     EXPECT_TRUE(h.engine->pendingUndo());
 

@@ -18,6 +18,8 @@ public:
     FrontApplication& front() override { return front_; }
     Pasteboard& pasteboard() override { return pasteboard_; }
     SecureInput& secureInput() override { return secure_; }
+    std::uint64_t focusedWindow() override { return 1; }
+    void refocus(std::uint64_t, std::function<void(bool)> done) override { done(refocusWorks); }
     void setOnClipboardChange(std::function<void()> changed) override {
         clipboardChanged_ = std::move(changed);
     }
@@ -27,6 +29,7 @@ public:
     FakeFrontApplication front_{"Gedit"};
     FakePasteboard pasteboard_;
     FakeSecureInput secure_;
+    bool refocusWorks = true;
 
 private:
     std::function<void()> clipboardChanged_;

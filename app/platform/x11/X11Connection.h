@@ -25,6 +25,8 @@ public:
 
     X11Connection(const X11Connection&) = delete;
     X11Connection& operator=(const X11Connection&) = delete;
+    /// The scheduler whose main thread handles this connection's events.
+    Scheduler& scheduler() const { return scheduler_; }
     /// Stops watching and closes the display; call on the main thread.
     ~X11Connection();
 

@@ -36,6 +36,10 @@ public:
     Pasteboard& pasteboard() override { return *clipboard_; }
     /// Active while another client grabs the keyboard or a password field has the focus.
     SecureInput& secureInput() override { return *secure_; }
+    std::uint64_t focusedWindow() override { return front_->frontWindow(); }
+    void refocus(std::uint64_t window, std::function<void(bool)> done) override {
+        front_->refocus(static_cast<Window>(window), std::move(done));
+    }
     void setOnClipboardChange(std::function<void()> changed) override;
 
 private:

@@ -62,7 +62,8 @@ bool selectEvents(xcb_connection_t* c, xcb_window_t window, std::uint32_t mask) 
 } // namespace
 
 X11FrontApplication::X11FrontApplication(X11Connection& connection)
-    : display_(connection.display()), root_(XDefaultRootWindow(display_)),
+    : scheduler_(connection.scheduler()), display_(connection.display()),
+      root_(XDefaultRootWindow(display_)),
       activeAtom_(XInternAtom(display_, "_NET_ACTIVE_WINDOW", False)),
       pidAtom_(XInternAtom(display_, "_NET_WM_PID", False)),
       alive_(std::make_shared<X11FrontApplication*>(this)) {
@@ -79,6 +80,9 @@ X11FrontApplication::X11FrontApplication(X11Connection& connection)
 
 X11FrontApplication::~X11FrontApplication() {
     alive_.reset();
+    if (refocusTimer_ != 0) {
+        scheduler_.cancel(refocusTimer_);
+    }
     xcb_connection_t* c = XGetXCBConnection(display_);
     if (followed_ != None) {
         selectEvents(c, static_cast<xcb_window_t>(followed_), 0);
@@ -123,6 +127,9 @@ void X11FrontApplication::refresh() {
     const bool changed = now.id != id_;
     id_ = std::move(now.id);
     window_ = now.window;
+    if (refocusing_ != None && window_ == refocusing_) {
+        endRefocus(true);
+    }
     // The handlers may replace themselves.
     if (moved && moved_) {
         auto handler = moved_;
@@ -131,6 +138,59 @@ void X11FrontApplication::refresh() {
     if (changed && changed_) {
         auto handler = changed_;
         handler();
+    }
+}
+
+void X11FrontApplication::refocus(Window window, std::function<void(bool)> done) {
+    endRefocus(false); // an earlier request gives way
+    if (window == None) {
+        done(false);
+        return;
+    }
+    refocusing_ = window;
+    refocused_ = std::move(done);
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    // The window manager decides about activation; a pager's request (source 2) is one it
+    // honours without second-guessing the timestamp. Without a window manager nobody answers,
+    // so the focus is also set directly.
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = static_cast<xcb_window_t>(window);
+    message.type = static_cast<xcb_atom_t>(activeAtom_);
+    message.data.data32[0] = 2;
+    message.data.data32[1] = XCB_CURRENT_TIME;
+    xcb_send_event(c, 0, static_cast<xcb_window_t>(root_),
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    if (activeWindow(c, static_cast<xcb_window_t>(root_), static_cast<xcb_atom_t>(activeAtom_)) ==
+        XCB_NONE) {
+        std::free(xcb_request_check(
+            c, xcb_set_input_focus_checked(c, XCB_INPUT_FOCUS_PARENT,
+                                           static_cast<xcb_window_t>(window), XCB_CURRENT_TIME)));
+    }
+    xcb_flush(c);
+    std::weak_ptr<X11FrontApplication*> alive = alive_;
+    refocusTimer_ = scheduler_.postAfter(std::chrono::seconds(1), [alive] {
+        if (auto self = alive.lock()) {
+            (*self)->refocusTimer_ = 0;
+            (*self)->endRefocus(false);
+        }
+    });
+    refresh(); // perhaps it never lost the focus
+}
+
+void X11FrontApplication::endRefocus(bool back) {
+    if (refocusing_ == None) {
+        return;
+    }
+    refocusing_ = None;
+    if (refocusTimer_ != 0) {
+        scheduler_.cancel(refocusTimer_);
+        refocusTimer_ = 0;
+    }
+    if (auto done = std::exchange(refocused_, {})) {
+        done(back);
     }
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "engine/FrontApplication.h"
+#include "library/Scheduler.h"
 #include "platform/x11/X11Connection.h"
 
 #include <X11/Xlib.h>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +39,12 @@ public:
     /// The process id of the window in front; 0 when unknown.
     int frontProcess() { return processOf(window_); }
 
+    /// The window in front (the one with the class); None when unknown.
+    Window frontWindow() const { return window_; }
+    /// Asks the window manager (or, without one, the server) to give window the focus, and
+    /// calls done once it is in front (true), or after a second or when it is gone (false).
+    void refocus(Window window, std::function<void(bool back)> done);
+
 private:
     struct Front {
         std::string id;
@@ -49,6 +57,9 @@ private:
     void follow(Window focus);
     int processOf(Window window);
 
+    void endRefocus(bool back);
+
+    Scheduler& scheduler_;
     Display* display_;
     Window root_;
     Atom activeAtom_;
@@ -58,6 +69,9 @@ private:
     Window window_ = None;
     std::function<void()> changed_;
     std::function<void(int)> moved_;
+    Window refocusing_ = None;
+    std::function<void(bool)> refocused_;
+    std::uint64_t refocusTimer_ = 0;
     std::shared_ptr<X11FrontApplication*> alive_; // what the connection's handler looks for
 };
 
