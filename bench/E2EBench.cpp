@@ -70,7 +70,7 @@ std::vector<Snippet> large(std::size_t size) {
     for (std::size_t i = 1; i < size; ++i) {
         std::string content;
         for (std::size_t w = 0; w < 4 + i % 8; ++w) {
-            content += (w == 0 ? "" : " ") + std::string(words[(i + w * 7) % 10]);
+            content.append(w == 0 ? "" : " ").append(words[(i + w * 7) % 10]);
         }
         library.push_back(snippet(";x" + std::to_string(i), content + "."));
     }
