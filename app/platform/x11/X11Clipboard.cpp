@@ -5,6 +5,8 @@
 #include <X11/extensions/Xfixes.h>
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -208,6 +210,21 @@ void quieten(Display* display) {
 void unquieten(Display* display) {
     std::lock_guard lock(quietMutex);
     std::erase(quietDisplays, display);
+}
+
+// With QUILLET_TRACE=1, the moment a paste was fetched goes to standard error (steady clock,
+// nanoseconds), for the end-to-end benchmark's breakdown of an expansion.
+void traceFetched() {
+    static const bool on = [] {
+        const char* value = std::getenv("QUILLET_TRACE");
+        return value != nullptr && std::string_view(value) == "1";
+    }();
+    if (on) {
+        std::fprintf(stderr, "trace: paste fetched %lld\n",
+                     static_cast<long long>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                                Clock::now().time_since_epoch())
+                                                .count()));
+    }
 }
 
 Bool callMatcher(Display*, XEvent* event, XPointer match) {
@@ -618,6 +635,9 @@ void X11Clipboard::Impl::fire(std::uint64_t offer, bool fetched) {
     auto it = pending_.find(offer);
     if (it == pending_.end()) {
         return;
+    }
+    if (fetched) {
+        traceFetched();
     }
     Fetched callback = std::move(it->second.fetched);
     scheduler_.cancel(it->second.timer);
