@@ -8,11 +8,11 @@
 #include "platform/linux/PamOwnerAuth.h"
 #include "platform/linux/SecretServiceStore.h"
 #include "platform/linux/SignalQuit.h"
-#include "platform/linux/TerminalPrompt.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
 #include "shell/QtScheduler.h"
 #include "shell/Tray.h"
+#include "shell/UnlockDialog.h"
 
 #include <QApplication>
 #include <QEventLoop>
@@ -37,7 +37,8 @@ int runShell(int argc, char** argv) {
     JsonFilePreferences preferences(Folders::current().settingsFile());
     InotifyWatcher watcher(scheduler);
     SecretServiceStore secrets;
-    PamOwnerAuth auth{TerminalPrompt{}};
+    // Unlocking a snippet asks in Quillet's own window, also when started without a terminal.
+    PamOwnerAuth auth{UnlockDialog::prompt()};
     Appearance appearance(app);
     std::unique_ptr<Tray> tray;
     auto refreshTray = [&] {
