@@ -10,6 +10,7 @@
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "support/DesktopHarness.h"
+#include "support/OtherClipboard.h"
 
 #include <X11/keysym.h>
 
@@ -56,7 +57,7 @@ protected:
     static void SetUpTestSuite() {
         XInitThreads(); // the clipboard test runs a second X client on a thread of its own
         keyboard = new Typist;
-        automation = new Typist({}, Typist::Source::xtest);
+        automation = new Typist(Typist::Source::xtest);
         quillet = new QuilletProcess(library());
         std::filesystem::create_directories(quillet->home() / "data/quillet/images");
         testing::writeText(quillet->home() / "data/quillet/images/dot.png", png);
@@ -205,24 +206,10 @@ TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
                                             {"text/html", "<b>copied</b>"},
                                             {"image/png", png}};
     // The application the user copied from keeps serving its clipboard on a thread of its own.
-    RunLoop ownerLoop;
-    std::thread owner([&] {
-        std::string error;
-        auto clipboard = X11Clipboard::open("", ownerLoop, error);
-        if (clipboard) {
-            clipboard->write(copied);
-        }
-        ownerLoop.run();
-    });
-    struct Join {
-        RunLoop& loop;
-        std::thread& thread;
-        ~Join() {
-            loop.quit();
-            thread.join();
-        }
-    } join{ownerLoop, owner};
     RunLoop loop;
+    testing::OtherApp owner(loop);
+    ASSERT_TRUE(owner.opened());
+    owner.call([&](X11Clipboard& c) { return (c.write(copied), true); }).wait();
     std::string error;
     auto reader = X11Clipboard::open("", loop, error);
     ASSERT_TRUE(reader) << error;
