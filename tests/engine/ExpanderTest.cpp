@@ -209,14 +209,11 @@ TEST(ExpanderGrabs, TabIsGrabbedExactlyWhileTheTextEndsInATabAbbreviation) {
     Harness h(false, {{"typo.css", true}});
     h.engine->update(
         {snippet(";t", "T", [](Snippet& s) { s.trigger = TriggerMode::tab; }), snippet(";i", "I")});
-    h.keys.type(";");
-    EXPECT_FALSE(h.keys.tabGrabbed);
-    h.keys.type("t");
-    EXPECT_TRUE(h.keys.tabGrabbed);
-    h.keys.type("x");
-    EXPECT_FALSE(h.keys.tabGrabbed);
-    h.keys.type("\b");
-    EXPECT_TRUE(h.keys.tabGrabbed); // Backspace brought it back
+    // Backspace brings it back.
+    for (auto [typed, grabbed] : {std::pair{";", false}, {"t", true}, {"x", false}, {"\b", true}}) {
+        h.keys.type(typed);
+        EXPECT_EQ(h.keys.tabGrabbed, grabbed) << typed;
+    }
     h.keys.click();
     EXPECT_FALSE(h.keys.tabGrabbed);
     h.keys.type(" df"); // a symbol set entry that fires on Tab
