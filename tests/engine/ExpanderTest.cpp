@@ -8,6 +8,7 @@
 #include "platform/fake/FakePasteboard.h"
 #include "platform/fake/FakeSecretStore.h"
 #include "platform/fake/FakeSecureInput.h"
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -20,18 +21,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using Key = KeyEvent::Key;
 using Lines = std::vector<std::string>;
-
-Snippet snippet(std::string abbreviation, std::string content) {
-    Snippet s = Snippet::make();
-    s.abbreviation = std::move(abbreviation);
-    s.content = std::move(content);
-    return s;
-}
-
-Snippet with(Snippet s, const std::function<void(Snippet&)>& change) {
-    change(s);
-    return s;
-}
+using testing::snippet;
 
 // One engine over fakes and real files: a keyboard that swallows keys (an input method) or one
 // that cannot (X11), an executor that records, settings in memory, usage in a temporary folder.
@@ -77,139 +67,96 @@ struct Harness {
     std::unique_ptr<Expander> engine;
 };
 
-// The event table, for a keyboard that cannot swallow keys and for one that can: what a run of
-// keys leads to. The X11 column erases the key that completed the match too, since it reached
-// the application, and never answers a Tab or Return that was not held back.
-struct Case {
-    const char* name;
-    std::vector<Snippet> library;
-    nlohmann::json settings;
-    const char* keys;
-    Lines x11;
-    Lines swallowing;
-};
+std::string joined(const Lines& steps) {
+    std::string out;
+    for (const std::string& step : steps) {
+        out += (out.empty() ? "" : " | ") + step;
+    }
+    return out;
+}
 
+// On X11 the key that completed the first match reached the application too, so that erase
+// takes one more character, unless the key was a Tab or Return held back by a grab.
+std::string onX11(std::string steps, bool held) {
+    if (!held && steps.starts_with("erase ")) {
+        const std::size_t end = steps.find(' ', 6);
+        steps.replace(6, end - 6, std::to_string(std::stoi(steps.substr(6)) + 1));
+    }
+    return steps;
+}
+
+// The event table: what a run of keys leads to, for a keyboard that swallows keys (an input
+// method) and for one that cannot (X11).
 TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
     const Snippet sig = snippet(";sig", "Best, Ann");
-    const Snippet brb = with(snippet("brb", "be right back"),
-                             [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
+    const Snippet brb =
+        snippet("brb", "be right back", [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
     const Snippet tabbed =
-        with(snippet(";t", "Tabbed"), [](Snippet& s) { s.trigger = TriggerMode::tab; });
-    const nlohmann::json none = nlohmann::json::object();
-    const Lines sigOut{"insert \"Best, Ann\"", "finish"};
-    auto then = [](std::initializer_list<std::string> first, const Lines& rest) {
-        Lines all(first);
-        all.insert(all.end(), rest.begin(), rest.end());
-        return all;
-    };
-    const std::vector<Case> cases{
-        {"instant", {sig}, none, "x;sig", then({"erase 4"}, sigOut), then({"erase 3"}, sigOut)},
-        {"delimiter trailer typed again",
+        snippet(";t", "Tabbed", [](Snippet& s) { s.trigger = TriggerMode::tab; });
+    const Snippet archived = snippet(";sig", "Best, Ann", [](Snippet& s) { s.archived = true; });
+    const Snippet issue = snippet("#(\\d+)", "Issue $1", [](Snippet& s) { s.regex = true; });
+    const Snippet dear =
+        snippet("hi", "Dear {cursor},", [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
+    const Snippet md = snippet(";m", "**hi**", [](Snippet& s) { s.markdown = true; });
+    const Snippet keys = snippet(";k", "a{key:cmd+shift+k}b{key:enter}");
+    const Snippet fields = snippet(";f", "Hi {field:Name=Bob}{choice:Day=#Pick|Mon|Tue}");
+    const Snippet mark = snippet(";c", "x{cursor}y{key:tab}z");
+    const char* delimiter = R"({"triggerMode": "delimiter"})";
+    const struct {
+        const char* keys;
+        std::vector<Snippet> library;
+        const char* settings;
+        const char* steps; // as a swallowing keyboard sees them
+        bool held = false;
+    } cases[] = {
+        {"x;sig", {sig}, "{}", R"(erase 3 | insert "Best, Ann" | finish)"},
+        // A delimiter is typed again after the text.
+        {"brb,", {brb}, "{}", R"(erase 3 | insert "be right back" | type "," | finish)"},
+        {";sig ", {sig}, delimiter, R"(erase 4 | insert "Best, Ann" | type " " | finish)"},
+        {"Teh ", {}, R"({"typo.common": true})", R"(erase 3 | insert "The" | type " " | finish)"},
+        {"a:smile:",
+         {},
+         R"({"typo.emoji": true})",
+         "erase 6 | insert \"\xF0\x9F\x98\x84\" | finish"},
+        // Symbol-set entries are templates: the caret lands between the tags.
+        {"<p>mt\t",
+         {},
+         R"({"typo.html": true, "typo.css": true})",
+         R"(erase 2 | insert "<p></p>" | left 4 | finish | )"
+         R"(erase 2 | insert "margin-top: ;" | left 1 | finish)"},
+        // Tab fires while grabbed and is swallowed; a space does not fire a Tab abbreviation.
+        {";t\t", {tabbed}, "{}", R"(erase 2 | insert "Tabbed" | finish)", true},
+        {";t ", {tabbed}, "{}", ""},
+        // Return is held while it would fire, and pressed again after the expansion.
+        {"brb\rteh\r",
          {brb},
-         none,
-         "brb,",
-         {"erase 4", "insert \"be right back\"", "type \",\"", "finish"},
-         {"erase 3", "insert \"be right back\"", "type \",\"", "finish"}},
-        {"global delimiter mode",
-         {sig},
-         {{"triggerMode", "delimiter"}},
-         ";sig ",
-         {"erase 5", "insert \"Best, Ann\"", "type \" \"", "finish"},
-         then({"erase 4"}, {"insert \"Best, Ann\"", "type \" \"", "finish"})},
-        {"word-end correction",
-         {},
-         {{"typo.common", true}},
-         "Teh ",
-         {"erase 4", "insert \"The\"", "type \" \"", "finish"},
-         {"erase 3", "insert \"The\"", "type \" \"", "finish"}},
-        {"symbol set firing like a snippet",
-         {},
-         {{"typo.emoji", true}},
-         "a:smile:",
-         {"erase 7", "insert \"\xF0\x9F\x98\x84\"", "finish"},
-         {"erase 6", "insert \"\xF0\x9F\x98\x84\"", "finish"}},
-        {"symbol-set entries are templates: the caret lands between the tags",
-         {},
-         {{"typo.html", true}, {"typo.css", true}},
-         "<p>mt\t",
-         {"erase 3", "insert \"<p></p>\"", "left 4", "finish", "erase 2",
-          "insert \"margin-top: ;\"", "left 1", "finish"},
-         {"erase 2", "insert \"<p></p>\"", "left 4", "finish", "erase 2",
-          "insert \"margin-top: ;\"", "left 1", "finish"}},
-        {"Tab fires while grabbed and is swallowed",
-         {tabbed},
-         none,
-         ";t\t",
-         {"erase 2", "insert \"Tabbed\"", "finish"},
-         {"erase 2", "insert \"Tabbed\"", "finish"}},
-        {"a Tab abbreviation ignores a space", {tabbed}, none, ";t ", {}, {}},
-        {"Return is held while it would fire, and pressed again after the expansion",
-         {brb},
-         {{"typo.common", true}},
-         "brb\rteh\r",
-         {"erase 3", "insert \"be right back\"", "type \"\\r\"", "finish", "erase 3",
-          "insert \"the\"", "type \"\\r\"", "finish"},
-         {"erase 3", "insert \"be right back\"", "type \"\\r\"", "finish", "erase 3",
-          "insert \"the\"", "type \"\\r\"", "finish"}},
-
-        {"Backspace shortens the buffer",
-         {sig},
-         none,
-         ";sx\big",
-         then({"erase 4"}, sigOut),
-         then({"erase 3"}, sigOut)},
-        {"archived snippets never fire",
-         {with(sig, [](Snippet& s) { s.archived = true; })},
-         none,
-         ";sig",
-         {},
-         {}},
-        {"pattern in the global mode",
-         {with(snippet("#(\\d+)", "Issue $1"), [](Snippet& s) { s.regex = true; })},
-         {{"triggerMode", "delimiter"}},
-         "see #42 ",
-         {"erase 4", "insert \"Issue 42\"", "type \" \"", "finish"},
-         {"erase 3", "insert \"Issue 42\"", "type \" \"", "finish"}},
-        {"caret inside the text, trailer before the caret move",
-         {with(snippet("hi", "Dear {cursor},"),
-               [](Snippet& s) { s.trigger = TriggerMode::delimiter; })},
-         none,
-         "hi ",
-         {"erase 3", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"},
-         {"erase 2", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"}},
-        {"keys between text pieces, unknown keys typed as written",
-         {snippet(";k", "a{key:cmd+shift+k}b{key:enter}")},
-         none,
-         ";k",
-         {"erase 2", "insert \"a\"", "press cmd+shift+k", "insert \"b\"", "type \"{key:enter}\"",
-          "finish"},
-         {"erase 1", "insert \"a\"", "press cmd+shift+k", "insert \"b\"", "type \"{key:enter}\"",
-          "finish"}},
-        {"fields take their defaults without a form; the keyboard is free while one asks",
-         {snippet(";f", "Hi {field:Name=Bob}{choice:Day=#Pick|Mon|Tue}")},
-         none,
-         ";f",
-         {"erase 2", "finish", "insert \"Hi BobMon\"", "finish"},
-         {"erase 1", "finish", "insert \"Hi BobMon\"", "finish"}},
-        {"a key press loses the caret mark before it",
-         {snippet(";c", "x{cursor}y{key:tab}z")},
-         none,
-         ";c",
-         {"erase 2", "insert \"xy\"", "press tab", "insert \"z\"", "finish"},
-         {"erase 1", "insert \"xy\"", "press tab", "insert \"z\"", "finish"}},
-        {"Markdown pastes styled",
-         {with(snippet(";m", "**hi**"), [](Snippet& s) { s.markdown = true; })},
-         none,
-         ";m",
-         {"erase 2", "insert \"**hi**\" +html", "finish"},
-         {"erase 1", "insert \"**hi**\" +html", "finish"}},
+         R"({"typo.common": true})",
+         R"(erase 3 | insert "be right back" | type "\r" | finish | )"
+         R"(erase 3 | insert "the" | type "\r" | finish)",
+         true},
+        {";sx\big", {sig}, "{}", R"(erase 3 | insert "Best, Ann" | finish)"}, // Backspace
+        {";sig", {archived}, "{}", ""},
+        {"see #42 ", {issue}, delimiter, R"(erase 3 | insert "Issue 42" | type " " | finish)"},
+        // The trailer is typed before the caret moves back.
+        {"hi ", {dear}, "{}", R"(erase 2 | insert "Dear ," | type " " | left 2 | finish)"},
+        // Keys between text pieces; unknown keys typed as written.
+        {";k",
+         {keys},
+         "{}",
+         R"(erase 1 | insert "a" | press cmd+shift+k | insert "b" | type "{key:enter}" | finish)"},
+        // Fields take their defaults without a form; the keyboard is free while one asks.
+        {";f", {fields}, "{}", R"(erase 1 | finish | insert "Hi BobMon" | finish)"},
+        // A key press loses the caret mark before it.
+        {";c", {mark}, "{}", R"(erase 1 | insert "xy" | press tab | insert "z" | finish)"},
+        {";m", {md}, "{}", R"(erase 1 | insert "**hi**" +html | finish)"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (bool swallows : {false, true}) {
-            SCOPED_TRACE(std::string(c.name) + (swallows ? " (swallowing)" : " (X11)"));
-            Harness h(swallows, c.settings);
+            SCOPED_TRACE(std::string(c.keys) + (swallows ? " (swallowing)" : " (X11)"));
+            Harness h(swallows, nlohmann::json::parse(c.settings));
             h.engine->update(c.library);
-            EXPECT_EQ(h.typed(c.keys), swallows ? c.swallowing : c.x11);
+            EXPECT_EQ(joined(h.typed(c.keys)), swallows ? c.steps : onX11(c.steps, c.held));
+            EXPECT_TRUE(!swallows || h.keys.grabs.empty()) << "a swallowing keyboard never grabs";
         }
     }
 }
@@ -260,16 +207,13 @@ TEST(ExpanderEvents, TheCompletingKeyIsSwallowedOnlyWhenAMatchTookIt) {
 
 TEST(ExpanderGrabs, TabIsGrabbedExactlyWhileTheTextEndsInATabAbbreviation) {
     Harness h(false, {{"typo.css", true}});
-    h.engine->update({with(snippet(";t", "T"), [](Snippet& s) { s.trigger = TriggerMode::tab; }),
-                      snippet(";i", "I")});
-    h.keys.type(";");
-    EXPECT_FALSE(h.keys.tabGrabbed);
-    h.keys.type("t");
-    EXPECT_TRUE(h.keys.tabGrabbed);
-    h.keys.type("x");
-    EXPECT_FALSE(h.keys.tabGrabbed);
-    h.keys.type("\b");
-    EXPECT_TRUE(h.keys.tabGrabbed); // Backspace brought it back
+    h.engine->update(
+        {snippet(";t", "T", [](Snippet& s) { s.trigger = TriggerMode::tab; }), snippet(";i", "I")});
+    // Backspace brings it back.
+    for (auto [typed, grabbed] : {std::pair{";", false}, {"t", true}, {"x", false}, {"\b", true}}) {
+        h.keys.type(typed);
+        EXPECT_EQ(h.keys.tabGrabbed, grabbed) << typed;
+    }
     h.keys.click();
     EXPECT_FALSE(h.keys.tabGrabbed);
     h.keys.type(" df"); // a symbol set entry that fires on Tab
@@ -310,19 +254,10 @@ TEST(ExpanderGrabs, TabIsGrabbedExactlyWhileTheTextEndsInATabAbbreviation) {
     }
 }
 
-TEST(ExpanderGrabs, ASwallowingKeyboardIsNeverAskedToGrab) {
-    Harness h(true);
-    h.engine->update({with(snippet(";t", "T"), [](Snippet& s) { s.trigger = TriggerMode::tab; })});
-    h.typed(";t\t");
-    h.keys.press(Key::escape);
-    h.settle();
-    EXPECT_EQ(h.keys.grabs, Lines{});
-}
-
 TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {
     Harness h;
-    const Snippet dear = with(snippet("dear", "Dear {cursor},"),
-                              [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
+    const Snippet dear =
+        snippet("dear", "Dear {cursor},", [](Snippet& s) { s.trigger = TriggerMode::delimiter; });
     h.engine->update({dear});
     EXPECT_EQ(h.typed("dear "),
               (Lines{"erase 5", "insert \"Dear ,\"", "type \" \"", "left 2", "finish"}));
@@ -397,7 +332,7 @@ TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
     Harness h;
     auto scoped = [](std::string abbreviation, Snippet::Scope scope, std::vector<std::string> apps,
                      std::vector<std::string> sites = {}) {
-        return with(snippet(std::move(abbreviation), "x"), [&](Snippet& s) {
+        return snippet(std::move(abbreviation), "x", [&](Snippet& s) {
             s.scope = scope;
             s.apps = std::move(apps);
             s.sites = std::move(sites);
@@ -429,7 +364,7 @@ TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
 }
 
 TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
-    const Snippet s = with(snippet(";s", "x"), [](Snippet& x) {
+    const Snippet s = snippet(";s", "x", [](Snippet& x) {
         x.scope = Snippet::Scope::only;
         x.sites = {"example.com", "not a site"};
     });
@@ -445,14 +380,14 @@ TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
 
 TEST(ExpanderAsync, LockedSnippetsExpandOnlyOnceTheOwnerConfirms) {
     Harness h;
-    Snippet bank = with(snippet(";bank", ""), [](Snippet& s) { s.locked = true; });
+    Snippet bank = snippet(";bank", "", [](Snippet& s) { s.locked = true; });
     h.secrets.items[{std::string(LockedSnippets::service), bank.id.text()}] = "IBAN {cursor}X";
     h.engine->update({bank});
     EXPECT_EQ(h.typed(";bank"), (Lines{"erase 5", "insert \"IBAN X\"", "left 1", "finish"}));
     EXPECT_EQ(h.auth.reasons, Lines{pasteReason(";bank")});
 
     // A locked pattern fills in its groups once its text is known.
-    Snippet ticket = with(snippet("#(\\d+)!", ""), [](Snippet& s) {
+    Snippet ticket = snippet("#(\\d+)!", "", [](Snippet& s) {
         s.locked = true;
         s.regex = true;
     });
@@ -505,7 +440,7 @@ TEST(ExpanderAsync, KeysTypedWhileAnUnlockIsAskedAreSteppedOverOrStopIt) {
     };
     for (const auto& c : cases) {
         Harness h;
-        Snippet bank = with(snippet(";bank", ""), [](Snippet& s) { s.locked = true; });
+        Snippet bank = snippet(";bank", "", [](Snippet& s) { s.locked = true; });
         h.secrets.items[{std::string(LockedSnippets::service), bank.id.text()}] = "IBAN {cursor}X";
         h.engine->update({bank});
         // The answer is handed back through the loop, which runs only once the keys are in.
@@ -519,9 +454,9 @@ TEST(ExpanderAsync, KeysTypedWhileAnUnlockIsAskedAreSteppedOverOrStopIt) {
 TEST(ExpanderAsync, ScriptsInsertTheirOutputAsATemplate) {
     Harness h;
     h.engine->update(
-        {with(snippet(";js", "'sum ' + (1 + 1) + '{cursor}!'"),
-              [](Snippet& s) { s.kind = Snippet::Kind::javascript; }),
-         with(snippet(";sh", "echo hi"), [](Snippet& s) { s.kind = Snippet::Kind::shell; })});
+        {snippet(";js", "'sum ' + (1 + 1) + '{cursor}!'",
+                 [](Snippet& s) { s.kind = Snippet::Kind::javascript; }),
+         snippet(";sh", "echo hi", [](Snippet& s) { s.kind = Snippet::Kind::shell; })});
     EXPECT_EQ(h.typed(";js"), (Lines{"erase 3", "insert \"sum 2!\"", "left 1", "finish"}));
     EXPECT_EQ(h.typed(";sh"), Lines{}); // shell scripts are off: the abbreviation stays
     h.preferences.setValue("allowScripts", true);
@@ -544,7 +479,8 @@ TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
     EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish"}));
     answer(Expansion::Values{{"Name", "Zoë"}});
     h.settle();
-    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish", "insert \"Hi Zoë\"", "finish"}));
+    EXPECT_EQ(h.executor.described(),
+              (Lines{"erase 2", "finish", "insert \"Hi Zoë\"", "finish"}));
 
     EXPECT_TRUE(h.engine->pendingUndo());
 
@@ -568,9 +504,8 @@ TEST(ExpanderAsync, PicturesPasteOnceEvenWithoutText) {
     Harness h;
     fs::create_directories(h.location.imagesFolder());
     testing::writeText(h.location.imagesFolder() / "logo.png", "\x89PNG\r\n\x1A\nrest");
-    h.engine->update(
-        {with(snippet(";logo", ""), [](Snippet& s) { s.image = "logo.png"; }),
-         with(snippet(";two", "a{key:tab}b"), [](Snippet& s) { s.image = "logo.png"; })});
+    h.engine->update({snippet(";logo", "", [](Snippet& s) { s.image = "logo.png"; }),
+                      snippet(";two", "a{key:tab}b", [](Snippet& s) { s.image = "logo.png"; })});
     EXPECT_EQ(h.typed(";logo"), (Lines{"erase 5", "insert image/png", "finish"}));
     EXPECT_EQ(h.typed(";two"),
               (Lines{"erase 4", "insert image/png", "press tab", "insert \"b\"", "finish"}));
@@ -664,29 +599,6 @@ TEST(ExpanderSteps, DescriptionsNameKeysAndMarkStyledText) {
     EXPECT_EQ(Expander::describe(Expander::Step::press({200, 0})), "press key200");
 }
 
-TEST(MatcherForTheEngine, AnswersWithoutTouchingTheBuffer) {
-    Matcher m;
-    m.setMode(TriggerMode::delimiter);
-    m.setSnippets({{";t", "T"}, {";i", "I"}}, {{";t", TriggerMode::tab}});
-    m.setPatterns({{"#\\d+", "n"}});
-    m.compile();
-    m.feed(";");
-    m.feed("t");
-    EXPECT_TRUE(m.wouldFire(TriggerMode::tab));
-    EXPECT_FALSE(m.wouldFire(TriggerMode::delimiter));
-    EXPECT_EQ(m.buffer(), ";t");
-    m.feed("#");
-    m.feed("4");
-    EXPECT_FALSE(m.wouldFire(TriggerMode::tab)); // patterns follow the global mode only
-    m.setMode(TriggerMode::tab);
-    EXPECT_TRUE(m.wouldFire(TriggerMode::tab));
-    EXPECT_EQ(m.buffer(), ";t#4");
-    m.dropLast();
-    m.dropLast();
-    EXPECT_EQ(m.buffer(), ";t");
-    EXPECT_TRUE(m.fire(TriggerMode::tab, ""));
-}
-
 TEST(MatcherForTheEngine, APatternSeesTheBufferAsItIsAfterBackspace) {
     Matcher m;
     m.setPatterns({{"b+a\\.", "x"}});
@@ -714,10 +626,13 @@ TEST(MatcherForTheEngine, AgreesWithFireOnRandomTyping) {
         } else if (random() % 40 == 0) {
             m.clear();
         }
+        // Asking leaves the buffer as it is; firing a copy answers the same.
+        const std::string buffer = m.buffer();
         for (TriggerMode mode : {TriggerMode::instant, TriggerMode::delimiter, TriggerMode::tab}) {
             Matcher copy = m;
             ASSERT_EQ(m.wouldFire(mode), copy.fire(mode, "").has_value())
-                << m.buffer() << " in mode " << rawValue(mode);
+                << buffer << " in mode " << rawValue(mode);
+            ASSERT_EQ(m.buffer(), buffer);
         }
         const std::string typed(1, alphabet[random() % alphabet.size()]);
         if (!m.wouldFire(TriggerMode::tab) || random() % 2 == 0) {

@@ -26,96 +26,47 @@ std::optional<Match> type(Matcher& m, std::string_view text) {
     return last;
 }
 
-struct Case {
-    const char* what;
-    Matcher::Table snippets;
-    Matcher::Modes modes;
-    Mode global;
-    std::string typed;
-    std::optional<Match> expected;
-};
+// A match as "abbreviation>expansion [trailer] erased", "-" for none: one table line per case.
+std::string shown(const std::optional<Match>& m) {
+    return !m ? "-"
+              : m->abbreviation + ">" + m->expansion + " [" + m->trailer + "] " +
+                    std::to_string(m->onScreen) + (m->key ? " " + *m->key : "");
+}
 
 TEST(MatcherSnippets, FiringRules) {
-    const Matcher::Table ab = {{";a", "A"}, {";ab", "AB"}};
-    const Matcher::Modes delimited = {{"brb", Mode::delimiter}};
-    for (const Case& c : std::vector<Case>{
-             {"instant erases all but the last",
-              {{";sig", "S"}},
-              {},
-              Mode::instant,
-              "abc;sig",
-              Match{";sig", "S", "", 3, none}},
-             {"shorter instant fires first", ab, {}, Mode::instant, ";ab", none},
-             {"longest suffix wins on a delimiter",
-              ab,
-              {},
-              Mode::delimiter,
-              ";ab ",
-              Match{";ab", "AB", " ", 2, none}},
-             {"comma is a delimiter",
-              {{"brb", "B"}},
-              delimited,
-              Mode::instant,
-              "brb,",
-              Match{"brb", "B", ",", 2, none}},
-             {"non-breaking space",
-              {{"brb", "B"}},
-              delimited,
-              Mode::instant,
-              "brb\u00A0",
-              Match{"brb", "B", "\u00A0", 2, none}},
-             {"closing quote",
-              {{"brb", "B"}},
-              delimited,
-              Mode::instant,
-              "brb\u2019",
-              Match{"brb", "B", "\u2019", 2, none}},
-             {"symbols are not delimiters", {{"brb", "B"}}, delimited, Mode::instant, "brb+", none},
-             {"dollar is not a delimiter", {{"brb", "B"}}, delimited, Mode::instant, "brb$", none},
-             {"abbreviation holding a delimiter",
-              {{"e.g", "E"}},
-              {{"e.g", Mode::delimiter}},
-              Mode::instant,
-              "say e.g ",
-              Match{"e.g", "E", " ", 2, none}},
-             {"instant fires on its own punctuation",
-              {{"sig;", "S"}},
-              {},
-              Mode::instant,
-              "sig;",
-              Match{"sig;", "S", "", 3, none}},
-             {"tab trigger ignores space",
-              {{"df", "D"}},
-              {{"df", Mode::tab}},
-              Mode::instant,
-              "df ",
-              none},
-             {"tab trigger fires on Tab",
-              {{"df", "D"}},
-              {{"df", Mode::tab}},
-              Mode::instant,
-              "df\t",
-              Match{"df", "D", "", 1, none}},
-             {"case-sensitive", {{";thanks", "T"}}, {}, Mode::instant, ";Thanks", none},
-             {"no word boundary",
-              {{"ty", "T"}},
-              {},
-              Mode::instant,
-              "party",
-              Match{"ty", "T", "", 1, none}},
-             {"own trigger beats the global mode",
-              {{";x", "X"}},
-              {{";x", Mode::instant}},
-              Mode::delimiter,
-              ";x",
-              Match{";x", "X", "", 1, none}},
-         }) {
+    const Matcher::Table ab = {{";a", "A"}, {";ab", "AB"}}, brb = {{"brb", "B"}},
+                         df = {{"df", "D"}};
+    const Matcher::Modes delimited = {{"brb", Mode::delimiter}}, tab = {{"df", Mode::tab}};
+    constexpr Mode instant = Mode::instant, delimiter = Mode::delimiter;
+    const struct {
+        Matcher::Table snippets;
+        Matcher::Modes modes;
+        Mode global;
+        std::string typed, expected;
+    } cases[] = {
+        {{{";sig", "S"}}, {}, instant, "abc;sig", ";sig>S [] 3"}, // erases all but the last
+        {ab, {}, instant, ";ab", "-"},                            // the shorter fired first
+        {ab, {}, delimiter, ";ab ", ";ab>AB [ ] 2"},              // the longest suffix wins
+        {brb, delimited, instant, "brb,", "brb>B [,] 2"},
+        {brb, delimited, instant, "brb\u00A0", "brb>B [\u00A0] 2"},
+        {brb, delimited, instant, "brb\u2019", "brb>B [\u2019] 2"}, // a closing quote
+        {brb, delimited, instant, "brb+", "-"},                     // symbols are no delimiters
+        {brb, delimited, instant, "brb$", "-"},
+        {{{"e.g", "E"}}, {{"e.g", delimiter}}, instant, "say e.g ", "e.g>E [ ] 2"},
+        {{{"sig;", "S"}}, {}, instant, "sig;", "sig;>S [] 3"}, // on its own punctuation
+        {df, tab, instant, "df ", "-"},
+        {df, tab, instant, "df\t", "df>D [] 1"},
+        {{{";thanks", "T"}}, {}, instant, ";Thanks", "-"},                // case-sensitive
+        {{{"ty", "T"}}, {}, instant, "party", "ty>T [] 1"},               // no word boundary
+        {{{";x", "X"}}, {{";x", instant}}, delimiter, ";x", ";x>X [] 1"}, // its own trigger wins
+    };
+    for (const auto& c : cases) {
         Matcher m;
         m.setSnippets(c.snippets, c.modes);
         m.setMode(c.global);
-        EXPECT_EQ(type(m, c.typed), c.expected) << c.what;
-        if (c.expected) {
-            EXPECT_EQ(m.buffer(), "") << c.what;
+        EXPECT_EQ(shown(type(m, c.typed)), c.expected) << c.typed;
+        if (c.expected != "-") {
+            EXPECT_EQ(m.buffer(), "") << c.typed;
         }
     }
 }

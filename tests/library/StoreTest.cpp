@@ -4,6 +4,7 @@
 #include "library/RunLoop.h"
 #include "platform/fake/FakeFileWatcher.h"
 #include "platform/linux/InotifyWatcher.h"
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <cstdlib>
@@ -16,14 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using testing::contentsOf;
+using testing::snippet;
 using testing::writeText;
-
-Snippet snippet(std::string abbreviation, std::string content = "text") {
-    Snippet s = Snippet::make();
-    s.abbreviation = std::move(abbreviation);
-    s.content = std::move(content);
-    return s;
-}
 
 // A store over temporary XDG folders, with settings in memory and a synced folder chosen.
 class StoreTest : public ::testing::Test {

@@ -1,5 +1,7 @@
 #include "render/Tokens.h"
 
+#include "support/Snippets.h"
+
 #include <chrono>
 #include <gtest/gtest.h>
 
@@ -7,6 +9,7 @@ namespace quillet {
 namespace {
 
 using namespace std::chrono;
+using testing::snippet;
 
 // Saturday 14 November 2026, 5:51 PM in New York.
 const Date saturday = Date::fromTimePoint(sys_days(2026y / 11 / 14) + 22h + 51min);
@@ -109,13 +112,6 @@ TEST(TokensKeys, ModifiersThenOneKey) {
     for (const char* bad : {"cmd+", "enter", "", "+", "cmd+foo+a", "a+b", "f1", "A", "cmd+shift"}) {
         EXPECT_FALSE(Tokens::keyStroke(bad)) << bad;
     }
-}
-
-Snippet snippet(std::string abbreviation, std::string content) {
-    Snippet made;
-    made.abbreviation = std::move(abbreviation);
-    made.content = std::move(content);
-    return made;
 }
 
 TEST(TokensIncludes, FirstPlainSnippetOfThatAbbreviationFiveDeepNoRepeatsBoundedSize) {

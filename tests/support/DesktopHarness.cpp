@@ -1,6 +1,7 @@
 #include "support/DesktopHarness.h"
 
 #include "library/LibraryFile.h"
+#include "support/X11Keys.h"
 
 #include <X11/XKBlib.h>
 #include <X11/extensions/XTest.h>
@@ -10,28 +11,12 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
+#include <unicode/utf8.h>
 
 namespace quillet::testing {
 namespace {
 
 using namespace std::chrono_literals;
-
-// Code points of UTF-8 text; the harness only types what it wrote itself.
-std::vector<char32_t> codePoints(std::string_view s) {
-    std::vector<char32_t> out;
-    for (std::size_t i = 0; i < s.size();) {
-        const auto c = static_cast<unsigned char>(s[i]);
-        const int n = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
-        char32_t cp = n == 1 ? c : c & (0x3F >> (n - 1));
-        for (int k = 1; k < n && i + static_cast<std::size_t>(k) < s.size(); ++k) {
-            cp =
-                (cp << 6) | (static_cast<unsigned char>(s[i + static_cast<std::size_t>(k)]) & 0x3F);
-        }
-        out.push_back(cp);
-        i += static_cast<std::size_t>(n);
-    }
-    return out;
-}
 
 KeySym keysymOf(char32_t cp) {
     switch (cp) {
@@ -50,60 +35,15 @@ KeySym keysymOf(char32_t cp) {
 
 } // namespace
 
-Snippet snippet(std::string abbreviation, std::string content,
-                const std::function<void(Snippet&)>& change) {
-    Snippet s = Snippet::make();
-    s.abbreviation = std::move(abbreviation);
-    s.content = std::move(content);
-    if (change) {
-        change(s);
-    }
-    return s;
-}
-
-Typist::Typist(const std::string& prebind, Source source) {
+Typist::Typist(Source source) {
     display_ = XOpenDisplay(nullptr);
     if (display_ == nullptr) {
         throw std::runtime_error("no X display");
     }
-    int count = 0;
     xtest_ = source == Source::xtest;
-    XDeviceInfo* devices = XListInputDevices(display_, &count);
-    for (int i = 0; i < count; ++i) {
-        const std::string name = devices[i].name;
-        if (devices[i].use == IsXExtensionKeyboard && name.find("XTEST") == std::string::npos) {
-            keyboard_ = XOpenDevice(display_, devices[i].id);
-            break;
-        }
-    }
-    XFreeDeviceList(devices);
+    keyboard_ = openKeyboardDevice(display_);
     if (keyboard_ == nullptr && !xtest_) {
         throw std::runtime_error("the X server has no keyboard device of its own");
-    }
-    // Bind what the layout lacks to spare keycodes now, as a user's xmodmap would.
-    int min = 0, max = 0;
-    XDisplayKeycodes(display_, &min, &max);
-    int spare = max;
-    for (char32_t cp : codePoints(prebind)) {
-        const KeySym sym = keysymOf(cp);
-        if (XKeysymToKeycode(display_, sym) != 0) {
-            continue;
-        }
-        int per = 0;
-        for (; spare >= min; --spare) {
-            KeySym* syms = XGetKeyboardMapping(display_, static_cast<KeyCode>(spare), 1, &per);
-            bool empty = true;
-            for (int k = 0; k < per; ++k) {
-                empty = empty && syms[k] == NoSymbol;
-            }
-            XFree(syms);
-            if (empty) {
-                break;
-            }
-        }
-        KeySym both[2] = {sym, sym};
-        XChangeKeyboardMapping(display_, spare, 2, both, 1);
-        --spare;
     }
     XSync(display_, False);
 }
@@ -163,8 +103,11 @@ void Typist::tap(KeySym sym, bool shift, bool control) {
 }
 
 void Typist::type(std::string_view text, std::chrono::milliseconds pause) {
-    for (char32_t cp : codePoints(text)) {
-        tap(keysymOf(cp));
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+    for (int32_t i = 0, size = static_cast<int32_t>(text.size()); i < size;) {
+        UChar32 cp = 0;
+        U8_NEXT(bytes, i, size, cp);
+        tap(keysymOf(static_cast<char32_t>(cp)));
         std::this_thread::sleep_for(pause);
     }
 }
@@ -209,9 +152,9 @@ bool TextWindow::take(const std::string& line) {
     }
     const std::size_t space = line.find(' ', 8);
     const long long ns = std::stoll(line.substr(8, space - 8));
-    lastChange_ = std::chrono::steady_clock::time_point(std::chrono::nanoseconds(ns));
     current_ = nlohmann::json::parse(line.substr(space + 1)).get<std::string>();
-    changes_.emplace_back(lastChange_, current_);
+    changes_.emplace_back(std::chrono::steady_clock::time_point(std::chrono::nanoseconds(ns)),
+                          current_);
     return true;
 }
 
@@ -229,11 +172,6 @@ std::optional<std::string> TextWindow::answer(const std::string& command,
         }
     }
     return std::nullopt;
-}
-
-std::string TextWindow::text() {
-    auto json = answer("text", "text ");
-    return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
 }
 
 std::string TextWindow::html() {
@@ -259,20 +197,6 @@ std::string TextWindow::waitFor(const std::string& expected, std::chrono::millis
         }
     }
     return current_;
-}
-
-std::optional<std::chrono::steady_clock::time_point>
-TextWindow::waitForEnd(const std::string& suffix, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!current_.ends_with(suffix)) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return std::nullopt;
-        }
-        if (auto line = process_->readLine(50ms)) {
-            take(*line);
-        }
-    }
-    return lastChange_;
 }
 
 std::pair<int, int> TextWindow::centre(Display* display) const {

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "library/Snippet.h"
 #include "support/ChildProcess.h"
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput.h>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,22 +14,16 @@
 
 namespace quillet::testing {
 
-/// A new snippet of the abbreviation and content, changed further by change when given.
-Snippet snippet(std::string abbreviation, std::string content,
-                const std::function<void(Snippet&)>& change = {});
-
 /// The user's hands on a real X server, and clicks through the pointer. Keys come either from
 /// the server's own keyboard device, so they look like a physical keyboard's, or from XTEST's
 /// virtual keyboard, as on-screen keyboards, remote desktops and automation tools send them.
-/// Characters the layout lacks are bound to spare keycodes once, up front, the way xmodmap
-/// would, so no mapping changes while typing.
 class Typist {
 public:
     /// Where the key presses come from.
     enum class Source { keyboard, xtest };
 
     /// Connects to $DISPLAY; throws when the server has no usable keyboard device.
-    explicit Typist(const std::string& prebind = {}, Source source = Source::keyboard);
+    explicit Typist(Source source = Source::keyboard);
     ~Typist();
     Typist(const Typist&) = delete;
     Typist& operator=(const Typist&) = delete;
@@ -66,8 +59,6 @@ public:
 
     /// True once the window is up.
     bool ready() const { return window_ != 0; }
-    /// The editor's plain text now.
-    std::string text();
     /// The editor's content as HTML.
     std::string html();
     /// Empties the editor.
@@ -77,11 +68,6 @@ public:
     /// Waits until the text equals expected; the last text seen when it never did.
     std::string waitFor(const std::string& expected,
                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
-    /// When the text last changed (steady clock), and the text then.
-    std::chrono::steady_clock::time_point lastChange() const { return lastChange_; }
-    /// Waits until the text ends with suffix; the time of the change that made it so.
-    std::optional<std::chrono::steady_clock::time_point>
-    waitForEnd(const std::string& suffix, std::chrono::milliseconds timeout);
     /// The window's screen rectangle centre, for clicks.
     std::pair<int, int> centre(Display* display) const;
     /// The X window id.
@@ -99,7 +85,6 @@ private:
     std::unique_ptr<LiveProcess> process_;
     Window window_ = 0;
     std::string current_;
-    std::chrono::steady_clock::time_point lastChange_{};
     std::vector<std::pair<std::chrono::steady_clock::time_point, std::string>> changes_;
 };
 

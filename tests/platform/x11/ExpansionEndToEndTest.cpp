@@ -10,6 +10,7 @@
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "support/DesktopHarness.h"
+#include "support/OtherClipboard.h"
 
 #include <X11/keysym.h>
 
@@ -56,7 +57,7 @@ protected:
     static void SetUpTestSuite() {
         XInitThreads(); // the clipboard test runs a second X client on a thread of its own
         keyboard = new Typist;
-        automation = new Typist({}, Typist::Source::xtest);
+        automation = new Typist(Typist::Source::xtest);
         quillet = new QuilletProcess(library());
         std::filesystem::create_directories(quillet->home() / "data/quillet/images");
         testing::writeText(quillet->home() / "data/quillet/images/dot.png", png);
@@ -91,6 +92,13 @@ protected:
         return sourced && GetParam() == Typist::Source::xtest ? automation : keyboard;
     }
 
+    // Types keys and expects the editor's text to become text.
+    void typeSee(std::string_view keys, const std::string& text,
+                 std::chrono::milliseconds patience = 5s) {
+        typist()->type(keys);
+        EXPECT_EQ(editor->waitFor(text, patience), text) << "after typing " << keys;
+    }
+
     static Typist* keyboard;
     static Typist* automation;
     static QuilletProcess* quillet;
@@ -103,41 +111,28 @@ QuilletProcess* EndToEnd::quillet = nullptr;
 TextWindow* EndToEnd::editor = nullptr;
 
 TEST_P(EndToEnd, EachTriggerModeExpandsAndLeavesNothingOfTheAbbreviation) {
-    typist()->type(";sig");
-    EXPECT_EQ(editor->waitFor("Best regards,\nAnn"), "Best regards,\nAnn");
-
+    typeSee(";sig", "Best regards,\nAnn");
     editor->clear();
-    typist()->type("dlm ");
-    EXPECT_EQ(editor->waitFor("delimited "), "delimited ");
-    typist()->type("dlm,");
-    EXPECT_EQ(editor->waitFor("delimited delimited,"), "delimited delimited,");
-    typist()->type("dl m "); // not the abbreviation
-    EXPECT_EQ(editor->waitFor("delimited delimited,dl m "), "delimited delimited,dl m ");
+    typeSee("dlm ", "delimited ");
+    typeSee("dlm,", "delimited delimited,");
+    typeSee("dl m ", "delimited delimited,dl m "); // not the abbreviation
     // Return is held back while it would fire, and pressed again after the expansion.
-    typist()->type("dlm\n");
-    EXPECT_EQ(editor->waitFor("delimited delimited,dl m delimited\n"),
-              "delimited delimited,dl m delimited\n");
-
+    typeSee("dlm\n", "delimited delimited,dl m delimited\n");
     // Tab fires and never reaches the editor; a Tab after anything else does.
     editor->clear();
-    typist()->type("tb\t");
-    EXPECT_EQ(editor->waitFor("tabbed"), "tabbed");
-    typist()->type(" x\t");
-    EXPECT_EQ(editor->waitFor("tabbed x\t"), "tabbed x\t");
+    typeSee("tb\t", "tabbed");
+    typeSee(" x\t", "tabbed x\t");
 }
 
 TEST_P(EndToEnd, EscapeRightAfterwardsTakesTheExpansionBack) {
-    typist()->type("a ;hi");
-    EXPECT_EQ(editor->waitFor("a Hello"), "a Hello");
+    typeSee("a ;hi", "a Hello");
     typist()->tap(XK_Escape);
     EXPECT_EQ(editor->waitFor("a ;hi"), "a ;hi");
     // Only right after: a key in between and Escape is the editor's again.
-    typist()->type(" ;hi");
-    EXPECT_EQ(editor->waitFor("a ;hi Hello"), "a ;hi Hello");
+    typeSee(" ;hi", "a ;hi Hello");
     typist()->type("!");
     typist()->tap(XK_Escape);
-    typist()->type("x");
-    EXPECT_EQ(editor->waitFor("a ;hi Hello!x"), "a ;hi Hello!x");
+    typeSee("x", "a ;hi Hello!x");
 }
 
 TEST_P(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
@@ -147,14 +142,12 @@ TEST_P(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
     from = quillet->log().size();
     quillet->writeSettings(R"({"typo.html": true})");
     ASSERT_TRUE(quillet->waitForLog("settings changed", from));
-    typist()->type("<p>");
-    EXPECT_EQ(editor->waitFor("<p></p>"), "<p></p>");
+    typeSee("<p>", "<p></p>");
 
     from = quillet->log().size();
     quillet->writeSettings("{}");
     ASSERT_TRUE(quillet->waitForLog("settings changed", from));
-    typist()->type("x <p>y"); // at the caret, which the expansion left between the tags
-    EXPECT_EQ(editor->waitFor("<p>x <p>y</p>", 1s), "<p>x <p>y</p>");
+    typeSee("x <p>y", "<p>x <p>y</p>", 1s); // at the caret, left between the tags
 }
 
 TEST_P(EndToEnd, AClickBreaksWhatWasTyped) {
@@ -163,30 +156,22 @@ TEST_P(EndToEnd, AClickBreaksWhatWasTyped) {
     // Each source clicks its own spot: the same spot again within the double-click time would
     // select a word.
     typist()->click(GetParam() == Typist::Source::xtest ? x + 60 : x, y);
-    typist()->type("ig");
-    EXPECT_EQ(editor->waitFor(";sig", 1s), ";sig");
-    typist()->type(" ;sig");
-    EXPECT_EQ(editor->waitFor(";sig Best regards,\nAnn"), ";sig Best regards,\nAnn");
+    typeSee("ig", ";sig", 1s);
+    typeSee(" ;sig", ";sig Best regards,\nAnn");
 }
 
 TEST_P(EndToEnd, TextKeysCaretMarkdownAndPicturesArriveAsWritten) {
-    typist()->type(";intl");
-    EXPECT_EQ(editor->waitFor("Grüße, café 🎉 — ok"), "Grüße, café 🎉 — ok");
-
-    editor->clear();
-    typist()->type(";keys");
-    EXPECT_EQ(editor->waitFor("one\ntwo"), "one\ntwo");
-
-    editor->clear();
-    typist()->type(";md");
-    EXPECT_EQ(editor->waitFor("bold and it"), "bold and it");
-    const std::string html = editor->html();
+    for (auto [abbreviation, text] :
+         std::map<std::string, std::string>{{";intl", "Grüße, café 🎉 — ok"},
+                                            {";keys", "one\ntwo"},
+                                            {";md", "bold and it"},
+                                            {";img", "[image 2x1]"}}) {
+        editor->clear();
+        typeSee(abbreviation, text);
+    }
+    const std::string html = editor->html(); // ";md", the last in the map's order
     EXPECT_NE(html.find("font-weight:700;\">bold</span>"), std::string::npos) << html;
     EXPECT_NE(html.find("font-style:italic;\">it</span>"), std::string::npos) << html;
-
-    editor->clear();
-    typist()->type(";img");
-    EXPECT_EQ(editor->waitFor("[image 2x1]"), "[image 2x1]");
 }
 
 TEST_P(EndToEnd, AKeyTypedWhileTheCaretMovesLandsAtTheMark) {
@@ -205,24 +190,10 @@ TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
                                             {"text/html", "<b>copied</b>"},
                                             {"image/png", png}};
     // The application the user copied from keeps serving its clipboard on a thread of its own.
-    RunLoop ownerLoop;
-    std::thread owner([&] {
-        std::string error;
-        auto clipboard = X11Clipboard::open("", ownerLoop, error);
-        if (clipboard) {
-            clipboard->write(copied);
-        }
-        ownerLoop.run();
-    });
-    struct Join {
-        RunLoop& loop;
-        std::thread& thread;
-        ~Join() {
-            loop.quit();
-            thread.join();
-        }
-    } join{ownerLoop, owner};
     RunLoop loop;
+    testing::OtherApp owner(loop);
+    ASSERT_TRUE(owner.opened());
+    owner.call([&](X11Clipboard& c) { return (c.write(copied), true); }).wait();
     std::string error;
     auto reader = X11Clipboard::open("", loop, error);
     ASSERT_TRUE(reader) << error;
@@ -239,8 +210,7 @@ TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
     for (auto [abbreviation, expected] : std::map<std::string, std::string>{
              {";hi", "Hello"}, {";md", "bold and it"}, {";img", "[image 2x1]"}}) {
         editor->clear();
-        typist()->type(abbreviation);
-        EXPECT_EQ(editor->waitFor(expected), expected);
+        typeSee(abbreviation, expected);
         std::optional<X11Clipboard::Snapshot> after;
         loop.runUntil(
             [&] {

@@ -13,6 +13,7 @@
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "platform/x11/X11Connection.h"
+#include "support/OtherClipboard.h"
 
 namespace quillet {
 namespace {
@@ -20,57 +21,13 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::Not;
+using testing::OtherApp;
 using ::testing::UnorderedElementsAre;
 
 // Two clipboards in one process run on two threads, each with its own display.
 const bool xlibLocks = XInitThreads() != 0;
 
 constexpr auto patience = 20s;
-
-// Another application: a clipboard on its own connection with its own main thread, so that it
-// answers while the test's thread waits for it and the other way round.
-class OtherApp {
-public:
-    explicit OtherApp(RunLoop& main) : main_(main) {
-        std::promise<void> ready;
-        thread_ = std::thread([this, &ready] {
-            RunLoop loop;
-            std::string error;
-            clipboard_ = X11Clipboard::open("", loop, error);
-            loop_ = &loop;
-            ready.set_value();
-            loop.run();
-            clipboard_.reset();
-        });
-        ready.get_future().wait();
-    }
-
-    ~OtherApp() {
-        loop_->quit();
-        thread_.join();
-    }
-
-    bool opened() const { return clipboard_ != nullptr; }
-
-    /// Runs f(clipboard) on the other application's thread and wakes the test's loop after it.
-    template <class F> auto call(F f) {
-        using Result = decltype(f(std::declval<X11Clipboard&>()));
-        auto task = std::make_shared<std::packaged_task<Result()>>(
-            [this, f = std::move(f)]() mutable { return f(*clipboard_); });
-        auto future = task->get_future();
-        loop_->post([task, &main = main_] {
-            (*task)();
-            main.post([] {});
-        });
-        return future;
-    }
-
-private:
-    RunLoop& main_;
-    RunLoop* loop_ = nullptr;
-    std::unique_ptr<X11Clipboard> clipboard_;
-    std::thread thread_;
-};
 
 // A bare Xlib client for checking what goes over the wire: a requestor that reads answers
 // byte by byte and drives an incremental transfer itself, and an owner that comes and goes.
@@ -327,7 +284,7 @@ TEST_F(X11ClipboardTest, SnapshotAndRestoreKeepEveryFormatByteForByte) {
     }
     EXPECT_THAT(saved->items, Contains(ClipboardItem{"UTF8_STRING", "café bold"}));
     for (const ClipboardItem& item : saved->items) {
-        EXPECT_THAT(item.type, Not(testing::AnyOf("TARGETS", "TIMESTAMP", "MULTIPLE", "TEXT")));
+        EXPECT_THAT(item.type, Not(::testing::AnyOf("TARGETS", "TIMESTAMP", "MULTIPLE", "TEXT")));
     }
 
     // Quillet pastes something else, then puts the user's clipboard back as it was.

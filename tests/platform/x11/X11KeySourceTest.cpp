@@ -12,12 +12,14 @@
 #include <vector>
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
+#include "support/X11Keys.h"
+
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <X11/extensions/XInput.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
+#include <set>
 
 namespace quillet {
 namespace {
@@ -54,13 +56,7 @@ protected:
         XCloseDisplay(display_);
     }
 
-    bool waitFor(const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + 10s;
-        while (!done() && std::chrono::steady_clock::now() < deadline) {
-            loop_.runFor(5ms);
-        }
-        return done();
-    }
+    bool waitFor(const std::function<bool()>& done) { return loop_.runUntil(done, 10s); }
 
     unsigned code(KeySym sym) { return XKeysymToKeycode(display_, sym); }
 
@@ -89,14 +85,7 @@ protected:
     }
 
     // A focused window that records the keys it receives.
-    void openWindow() {
-        const Window window =
-            XCreateSimpleWindow(display_, XDefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
-        XSelectInput(display_, window, KeyPressMask);
-        XMapWindow(display_, window); // at once: there is no window manager
-        XSetInputFocus(display_, window, RevertToParent, CurrentTime);
-        XSync(display_, False);
-    }
+    void openWindow() { testing::openFocusedWindow(display_, KeyPressMask); }
 
     // How many times the window has received sym so far.
     std::size_t windowCount(KeySym sym) {
@@ -272,20 +261,9 @@ TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
 }
 
 TEST_F(X11KeySourceTest, FollowsKeymapChangesAndResetsOnlyForOtherPrograms) {
-    // A keycode the keymap leaves empty.
-    int min = 0;
-    int max = 0;
-    XDisplayKeycodes(display_, &min, &max);
-    unsigned spare = 0;
-    for (int keycode = max; keycode >= min && spare == 0; --keycode) {
-        int perCode = 0;
-        KeySym* syms = XGetKeyboardMapping(display_, static_cast<KeyCode>(keycode), 1, &perCode);
-        if (std::all_of(syms, syms + perCode, [](KeySym s) { return s == NoSymbol; })) {
-            spare = static_cast<unsigned>(keycode);
-        }
-        XFree(syms);
-    }
-    ASSERT_NE(spare, 0u);
+    const std::set<unsigned> empty = testing::emptyKeycodes(display_);
+    ASSERT_FALSE(empty.empty());
+    const unsigned spare = *empty.rbegin();
 
     bind(spare, XK_eacute);
     ASSERT_TRUE(waitFor([&] { return observer_.resets == 1; }));
@@ -374,13 +352,7 @@ TEST_F(X11KeySourceTest, ReportsNothingOnceStoppedEvenFromInsideACallback) {
 TEST_F(X11KeySourceTest, HoldsThePhysicalKeyboardWhileQuilletTypes) {
     openWindow();
     // The server's own keyboard, typed on as a person would.
-    int count = 0;
-    XDeviceInfo* devices = XListInputDevices(display_, &count);
-    const auto* found = std::find_if(devices, devices + count, [](const XDeviceInfo& device) {
-        return std::string(device.name) == "Xvfb keyboard";
-    });
-    XDevice* keyboard = found == devices + count ? nullptr : XOpenDevice(display_, found->id);
-    XFreeDeviceList(devices);
+    XDevice* keyboard = testing::openKeyboardDevice(display_);
     ASSERT_NE(keyboard, nullptr);
     auto physical = [&](KeySym sym, bool press) {
         int axes[1] = {0};

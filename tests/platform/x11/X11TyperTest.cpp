@@ -4,6 +4,7 @@
 // Everything below may include Xlib.
 #include "library/RunLoop.h"
 #include "platform/x11/X11Typer.h"
+#include "support/X11Keys.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -47,15 +48,7 @@ public:
         if (display_ == nullptr) {
             return;
         }
-        window_ =
-            XCreateSimpleWindow(display_, XDefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
-        XSelectInput(display_, window_, KeyPressMask | KeyReleaseMask | StructureNotifyMask);
-        XMapWindow(display_, window_);
-        XEvent event;
-        do {
-            XWindowEvent(display_, window_, StructureNotifyMask, &event);
-        } while (event.type != MapNotify);
-        XSetInputFocus(display_, window_, RevertToParent, CurrentTime);
+        window_ = testing::openFocusedWindow(display_, KeyPressMask | KeyReleaseMask);
         im_ = XOpenIM(display_, nullptr, nullptr, nullptr);
         if (im_ != nullptr) {
             ic_ = XCreateIC(im_, XNInputStyle, XIMPreeditNothing | XIMStatusNothing, XNClientWindow,
@@ -228,26 +221,7 @@ public:
     }
 
     /// The keycodes with no keysym at all.
-    std::set<unsigned> emptyKeycodes() {
-        int low = 0;
-        int high = 0;
-        XDisplayKeycodes(display_, &low, &high);
-        int width = 0;
-        KeySym* syms =
-            XGetKeyboardMapping(display_, static_cast<KeyCode>(low), high - low + 1, &width);
-        std::set<unsigned> empty;
-        for (int keycode = low; keycode <= high; ++keycode) {
-            bool none = true;
-            for (int i = 0; i < width; ++i) {
-                none = none && syms[(keycode - low) * width + i] == NoSymbol;
-            }
-            if (none) {
-                empty.insert(static_cast<unsigned>(keycode));
-            }
-        }
-        XFree(syms);
-        return empty;
-    }
+    std::set<unsigned> emptyKeycodes() { return testing::emptyKeycodes(display_); }
 
 private:
     Display* display_;
