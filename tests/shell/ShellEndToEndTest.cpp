@@ -40,7 +40,7 @@ TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased)
     ASSERT_TRUE(editor.ready());
     for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
         SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
-        Typist typist({}, source);
+        Typist typist(source);
         editor.focus();
         editor.clear();
         std::size_t from = quillet.log().size();
