@@ -43,13 +43,23 @@ Coordinator::Coordinator(Parts parts, Hooks hooks)
         } else {
             log("settings changed");
         }
-        if (engine_) {
-            engine_->preferencesChanged();
-        }
-        if (hooks_.statusChanged) {
-            hooks_.statusChanged(); // the tray's colours and tooltip follow the settings
-        }
+        settingsChanged();
     });
+    settingsChanged();
+}
+
+void Coordinator::settingsChanged() {
+    if (engine_) {
+        engine_->preferencesChanged();
+    }
+    const bool starts = parts_.preferences.isOn(startWithSessionKey);
+    if (parts_.startWithSession && starts != startsWithSession_) {
+        startsWithSession_ = starts;
+        parts_.startWithSession(starts);
+    }
+    if (hooks_.statusChanged) {
+        hooks_.statusChanged(); // the tray's colours and tooltip follow the settings
+    }
 }
 
 Coordinator::~Coordinator() {

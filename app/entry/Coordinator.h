@@ -65,6 +65,9 @@ public:
     /// The preference naming the colours: "system", "light" or "dark".
     static constexpr std::string_view appearanceKey = "appearance";
 
+    /// The preference that starts Quillet with the desktop session.
+    static constexpr std::string_view startWithSessionKey = "startWithSession";
+
     /// How often the status is refreshed.
     static constexpr std::chrono::seconds refreshEvery{2};
 
@@ -79,6 +82,8 @@ public:
         std::function<std::unique_ptr<Desktop>(std::string& why)> openDesktop;
         /// Where the library, usage and settings live.
         Folders folders = Folders::current();
+        /// Makes the session start Quillet (true) or not; empty where nothing can.
+        std::function<void(bool on)> startWithSession = {};
     };
 
     /// What the shell wants to hear and show; every hook may be empty.
@@ -137,6 +142,7 @@ private:
     void setStatus(EngineStatus status);
     void log(const std::string& line) const;
     void secureInputChanged();
+    void settingsChanged();
 
     Parts parts_;
     Hooks hooks_;
@@ -151,6 +157,7 @@ private:
     std::optional<Repeats::Suggestion> suggestion_;
     bool userPaused_ = false;
     bool secureStarted_ = false;
+    std::optional<bool> startsWithSession_;
     Scheduler::TimerId timer_ = 0;
     std::shared_ptr<Coordinator*> alive_;
 };

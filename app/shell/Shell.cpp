@@ -4,6 +4,7 @@
 #include "entry/Coordinator.h"
 #include "library/JsonPreferences.h"
 #include "platform/Desktop.h"
+#include "platform/linux/Autostart.h"
 #include "platform/linux/InotifyWatcher.h"
 #include "platform/linux/PamOwnerAuth.h"
 #include "platform/linux/SecretServiceStore.h"
@@ -68,9 +69,19 @@ int runShell(int argc, char** argv) {
             });
         });
     };
+    std::error_code noPath;
+    const Autostart autostart(Folders::current().config,
+                              std::filesystem::read_symlink("/proc/self/exe", noPath));
     Coordinator coordinator(
         {scheduler, preferences, watcher, secrets, auth,
-         [&](std::string& why) { return Desktop::open(scheduler, preferences, logLine, why); }},
+         [&](std::string& why) { return Desktop::open(scheduler, preferences, logLine, why); },
+         Folders::current(),
+         [&autostart](bool on) {
+             std::string error;
+             if (!autostart.set(on, error)) {
+                 logLine(error);
+             }
+         }},
         {logLine, askForm, {}, refreshTray});
     running = &coordinator;
     refreshTray();

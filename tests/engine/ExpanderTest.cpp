@@ -479,8 +479,7 @@ TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
     EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish"}));
     answer(Expansion::Values{{"Name", "Zoë"}});
     h.settle();
-    EXPECT_EQ(h.executor.described(),
-              (Lines{"erase 2", "finish", "insert \"Hi Zoë\"", "finish"}));
+    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "finish", "insert \"Hi Zoë\"", "finish"}));
 
     EXPECT_TRUE(h.engine->pendingUndo());
 

@@ -30,7 +30,7 @@ struct Harness {
                                    fake = desktop.get();
                                    return desktop;
                                },
-                               folders},
+                               folders, [this](bool on) { startsWithSession.push_back(on); }},
             Coordinator::Hooks{[this](const std::string& line) { log.push_back(line); },
                                {},
                                {},
@@ -53,6 +53,7 @@ struct Harness {
     FakeDesktop* fake = nullptr;
     std::vector<std::string> log;
     int changes = 0;
+    std::vector<bool> startsWithSession;
     std::unique_ptr<Coordinator> coordinator;
 };
 
@@ -96,6 +97,14 @@ TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     h.coordinator->setPaused(false);
     EXPECT_EQ(h.coordinator->status().state, State::running);
     EXPECT_TRUE(h.fake->keys_.started());
+}
+
+TEST(Coordinator, StartingWithTheSessionFollowsTheSetting) {
+    Harness h;
+    EXPECT_EQ(h.startsWithSession, std::vector<bool>{false}); // put right at start
+    h.preferences.setValue(Coordinator::startWithSessionKey, true);
+    h.watcher.trigger();
+    EXPECT_EQ(h.startsWithSession, (std::vector<bool>{false, true}));
 }
 
 TEST(Coordinator, TheTrayShowsAWarningWhenStoppedADotForASuggestionAndTheTimeSavedOnRequest) {
