@@ -347,7 +347,8 @@ private:
 
     Reply fetch(Atom target, Window owner) const;
     Reply request(Atom target) const;
-    Reply receiveIncrementally(std::size_t expected) const;
+    Reply receiveIncrementally(std::size_t expected, Atom property) const;
+    std::vector<Reply> requestAll(const std::vector<Atom>& targets) const;
     std::vector<std::string> names(const std::vector<Atom>& atoms) const;
     Atom atomIfExists(std::string_view name) const;
 
@@ -356,6 +357,7 @@ private:
     int fixesEvent_;
     Atoms atoms_{};
     Window window_ = None;
+    mutable std::vector<Atom> slots_; // properties for formats asked for together
     std::size_t chunk_ = 0; // the largest answer sent whole, and the size of each increment
     std::unique_ptr<Served> served_;
     std::vector<Transfer> transfers_;
@@ -960,30 +962,91 @@ X11Clipboard::Impl::Reply X11Clipboard::Impl::request(Atom target) const {
         return Reply{Reply::Result::ok, property->type, std::move(property->data)};
     }
     const std::vector<Atom> size = atomsIn(property->data);
-    return receiveIncrementally(size.empty() ? 0 : size[0]);
+    return receiveIncrementally(size.empty() ? 0 : size[0], atoms_.transfer);
 }
 
-X11Clipboard::Impl::Reply X11Clipboard::Impl::receiveIncrementally(std::size_t expected) const {
+std::vector<X11Clipboard::Impl::Reply>
+X11Clipboard::Impl::requestAll(const std::vector<Atom>& targets) const {
+    // Every format is asked for at once, each into a property of its own, so the owner answers
+    // them in one turn of its event loop instead of one turn each.
     Display* d = display();
-    const Matcher newValue = [this](const XEvent& e) {
+    while (slots_.size() < targets.size()) {
+        const std::string name = "_QUILLET_SLOT_" + std::to_string(slots_.size());
+        slots_.push_back(XInternAtom(d, name.c_str(), False));
+    }
+    std::vector<Reply> replies(targets.size(), Reply::timedOut());
+    std::vector<bool> waiting(targets.size(), true);
+    auto slotOf = [&](const XEvent& e) -> std::optional<std::size_t> {
+        if (e.type != SelectionNotify || e.xselection.requestor != window_ ||
+            e.xselection.selection != atoms_.clipboard) {
+            return std::nullopt;
+        }
+        for (std::size_t i = 0; i < targets.size(); ++i) {
+            if (waiting[i] && e.xselection.target == targets[i]) {
+                return i;
+            }
+        }
+        return std::nullopt;
+    };
+    const Matcher answered = [&](const XEvent& e) { return slotOf(e).has_value(); };
+    // A late answer to an earlier request that timed out must not pass for one of these.
+    discard(answered);
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        XConvertSelection(d, atoms_.clipboard, targets[i], slots_[i], window_, CurrentTime);
+    }
+    std::vector<std::pair<std::size_t, std::size_t>> incremental; // slot, expected size
+    for (std::size_t left = targets.size(); left > 0; --left) {
+        XEvent event;
+        if (!await(event, answered)) {
+            break; // the rest stay timed out
+        }
+        const std::size_t i = *slotOf(event);
+        waiting[i] = false;
+        replies[i] = Reply{};
+        if (event.xselection.property == None) {
+            continue;
+        }
+        std::optional<Property> property = readProperty(d, window_, slots_[i], false);
+        if (!property) {
+            continue;
+        }
+        if (property->type == atoms_.incr) {
+            const std::vector<Atom> size = atomsIn(property->data);
+            incremental.emplace_back(i, size.empty() ? 0 : size[0]);
+            continue;
+        }
+        XDeleteProperty(d, window_, slots_[i]);
+        replies[i] = Reply{Reply::Result::ok, property->type, std::move(property->data)};
+    }
+    // Large formats come in chunks, one transfer after the other.
+    for (const auto& [i, expected] : incremental) {
+        replies[i] = receiveIncrementally(expected, slots_[i]);
+    }
+    return replies;
+}
+
+X11Clipboard::Impl::Reply X11Clipboard::Impl::receiveIncrementally(std::size_t expected,
+                                                                   Atom property) const {
+    Display* d = display();
+    const Matcher newValue = [this, property](const XEvent& e) {
         return e.type == PropertyNotify && e.xproperty.window == window_ &&
-               e.xproperty.atom == atoms_.transfer && e.xproperty.state == PropertyNewValue;
+               e.xproperty.atom == property && e.xproperty.state == PropertyNewValue;
     };
     // Notices queued so far are about the INCR marker; the first chunk only comes after the
     // deletion below.
     discard(newValue);
-    XDeleteProperty(d, window_, atoms_.transfer);
+    XDeleteProperty(d, window_, property);
     Reply reply;
     reply.result = Reply::Result::ok;
     reply.data.reserve(expected);
     for (;;) {
         XEvent event;
         if (!await(event, newValue)) {
-            XDeleteProperty(d, window_, atoms_.transfer);
+            XDeleteProperty(d, window_, property);
             return Reply::timedOut();
         }
         // Reading with deletion asks the owner for the next chunk.
-        std::optional<Property> chunk = readProperty(d, window_, atoms_.transfer, true);
+        std::optional<Property> chunk = readProperty(d, window_, property, true);
         if (!chunk) {
             continue;
         }
@@ -1063,20 +1126,25 @@ std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::snapshot() {
             targets = {atoms_.utf8String, stringAtom};
         }
         const std::vector<std::string> targetNames = names(targets);
-        Snapshot taken;
-        bool complete = true;
-        for (std::size_t i = 0; i < targets.size() && complete; ++i) {
+        std::vector<Atom> wanted;
+        std::vector<std::string> wantedNames;
+        for (std::size_t i = 0; i < targets.size(); ++i) {
             const std::string& name = targetNames[i];
             if (name.empty() || contains(metaTargets, name) ||
-                std::any_of(taken.items.begin(), taken.items.end(),
-                            [&](const ClipboardItem& item) { return item.type == name; })) {
+                std::find(wantedNames.begin(), wantedNames.end(), name) != wantedNames.end()) {
                 continue;
             }
-            Reply reply = request(targets[i]);
-            if (reply.result == Reply::Result::timedOut) {
+            wanted.push_back(targets[i]);
+            wantedNames.push_back(name);
+        }
+        Snapshot taken;
+        bool complete = true;
+        std::vector<Reply> replies = requestAll(wanted);
+        for (std::size_t i = 0; i < replies.size(); ++i) {
+            if (replies[i].result == Reply::Result::timedOut) {
                 complete = false;
-            } else if (reply.result == Reply::Result::ok) {
-                taken.items.push_back({name, std::move(reply.data)});
+            } else if (replies[i].result == Reply::Result::ok) {
+                taken.items.push_back({wantedNames[i], std::move(replies[i].data)});
             }
         }
         if (complete) {

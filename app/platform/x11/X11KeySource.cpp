@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
+#include <utility>
 #include <vector>
 #include <xcb/xcb.h>
 #include <xkbcommon/xkbcommon-compose.h>
@@ -342,6 +343,8 @@ void X11KeySource::closeConnections() {
     heldDevices_.clear();
     queued_.clear();
     swallowed_.clear();
+    heldPresses_.clear();
+    earlierReleases_.clear();
     if (dispatching_ > 0) {
         // A callback reading one of these connections is on the stack: close them once it has
         // returned.
@@ -903,6 +906,7 @@ void X11KeySource::holdKeyboard(bool on) {
 
 void X11KeySource::readHold() {
     Display* hold = hold_->display();
+    bool late = false;
     while (XPending(hold) > 0) {
         XEvent event;
         XNextEvent(hold, &event);
@@ -913,25 +917,40 @@ void X11KeySource::readHold() {
         }
         const auto* key = static_cast<const XIDeviceEvent*>(cookie.data);
         const bool press = cookie.evtype == XI_KeyPress;
+        const auto keycode = static_cast<unsigned>(key->detail);
+        const auto mods = static_cast<unsigned>(key->mods.effective);
+        const auto group = static_cast<unsigned>(key->group.effective);
         if ((press || cookie.evtype == XI_KeyRelease) && holding_ &&
             heldDevices_.count(key->deviceid) > 0) {
             ++dispatching_;
-            heldKey(static_cast<unsigned>(key->detail), press,
-                    static_cast<unsigned>(key->mods.effective),
-                    static_cast<unsigned>(key->group.effective));
+            heldKey(keycode, press, mods, group);
             --dispatching_;
+        } else if (press || cookie.evtype == XI_KeyRelease) {
+            // Caught by a grab that has ended since, while a report was being handled: the
+            // key goes on as typed, for the listener to see like any other.
+            late = true;
+            queued_.push_back({keycode, press, mods & realModifiers, group});
         }
         XFreeEventData(hold, &cookie);
+    }
+    if (late && !holding_) {
+        replayQueued(false);
+        XFlush(hold);
     }
 }
 
 void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned group) {
     if (!press) {
-        if (swallowed_.erase(keycode) == 0) {
+        if (heldPresses_.erase(keycode) == 0) {
+            // Pressed before the hold, on the master the applications listen to: released
+            // there too once the grabs end, or it would stay down.
+            earlierReleases_.push_back(keycode);
+        } else if (swallowed_.erase(keycode) == 0) {
             queued_.push_back({keycode, false});
         }
         return;
     }
+    heldPresses_.insert(keycode);
     if (!keymap_ || observer_ == nullptr) {
         queued_.push_back({keycode, true, mods & realModifiers, group});
         return;
@@ -949,24 +968,30 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
         queued_.push_back({keycode, true, mods & realModifiers, group});
     } else {
         swallowed_.insert(keycode);
+        queued_.push_back({0, false, 0, 0, true});
     }
 }
 
 // Sends the queued keys out through the hold connection, so that they reach the server before
-// a request to end the grabs made after. Through Quillet's own keyboard, whose master does not
-// share the user's modifiers and layout: each press gets the ones it was typed with.
+// a request to end the grabs made after. While the hold lasts, through Quillet's own keyboard,
+// whose master does not share the user's modifiers and layout: each press gets the ones it was
+// typed with.
 bool X11KeySource::replayQueued(bool announce) {
-    if (queued_.empty()) {
+    if (queued_.empty() || queued_.front().barrier) {
         return false;
     }
     Display* hold = hold_->display();
     XDevice own{};
     own.device_id = static_cast<XID>(ownKeyboard_);
-    for (const Queued& key : queued_) {
+    std::size_t sent = 0;
+    for (; sent < queued_.size() && !queued_[sent].barrier; ++sent) {
+        const Queued& key = queued_[sent];
         if (announce) {
             own_.expect(key.keycode, key.press);
         }
-        if (ownKeyboard_ < 0) {
+        // Once the grabs have ended the keys go the way the user's do, through the core
+        // keyboard: Quillet's own may have lost its focus by then.
+        if (ownKeyboard_ < 0 || !holding_) {
             XTestFakeKeyEvent(hold, key.keycode, key.press ? True : False, CurrentTime);
             continue;
         }
@@ -984,8 +1009,8 @@ bool X11KeySource::replayQueued(bool announce) {
         XTestFakeDeviceKeyEvent(hold, &own, key.keycode, key.press ? True : False, nullptr, 0,
                                 CurrentTime);
     }
-    queued_.clear();
-    return true;
+    queued_.erase(queued_.begin(), queued_.begin() + static_cast<std::ptrdiff_t>(sent));
+    return sent > 0;
 }
 
 void X11KeySource::releaseHold(bool announce) {
@@ -1002,6 +1027,21 @@ void X11KeySource::releaseHold(bool announce) {
             readHold();
         }
     } while (replayQueued(announce));
+    if (!queued_.empty() && queued_.front().barrier) {
+        // A key caught here began the next expansion: what was typed after it waits for that
+        // one to end. Should it never run, the keyboard is let go after a while all the same.
+        queued_.pop_front();
+        const std::uint64_t generation = ++holdGeneration_;
+        scheduler_.postAfter(std::chrono::seconds(3),
+                             [this, generation, announce, alive = std::weak_ptr(alive_)] {
+                                 if (const auto self = alive.lock();
+                                     self && *self != nullptr && holdGeneration_ == generation) {
+                                     releaseHold(announce);
+                                 }
+                             });
+        return;
+    }
+    ++holdGeneration_;
     for (int device : heldDevices_) {
         XIUngrabDevice(hold, device, CurrentTime);
     }
@@ -1013,6 +1053,11 @@ void X11KeySource::releaseHold(bool announce) {
     holding_ = false;
     heldDevices_.clear();
     swallowed_.clear();
+    heldPresses_.clear();
+    std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
+    for (unsigned keycode : std::exchange(earlierReleases_, {})) {
+        queued_.push_back({keycode, false});
+    }
     replayQueued(announce);
     XSync(hold, False);
 }

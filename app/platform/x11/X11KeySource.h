@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 struct xkb_context;
 struct xkb_keymap;
@@ -93,8 +94,9 @@ private:
     struct Queued {
         unsigned keycode;
         bool press;
-        unsigned mods = 0;  // a press's effective modifiers on the user's keyboard
-        unsigned group = 0; // and its layout
+        unsigned mods = 0;    // a press's effective modifiers on the user's keyboard
+        unsigned group = 0;   // and its layout
+        bool barrier = false; // a swallowed key began another expansion: what follows waits
     };
 
     friend struct RecordCallback;
@@ -163,7 +165,10 @@ private:
     int xiOpcode_ = -1;
     std::set<int> heldDevices_;
     std::deque<Queued> queued_;
-    std::set<unsigned> swallowed_; // held presses swallowed, whose releases are dropped too
+    std::set<unsigned> swallowed_;   // held presses swallowed, whose releases are dropped too
+    std::set<unsigned> heldPresses_; // keys pressed during this hold
+    std::vector<unsigned> earlierReleases_; // releases of keys pressed before it
+    std::uint64_t holdGeneration_ = 0;      // which hold a safety release belongs to
 };
 
 } // namespace quillet
