@@ -579,36 +579,6 @@ TEST(ExpanderPause, WhileAnotherAppHoldsTheKeyboardNothingIsMatchedCountedOrReme
     EXPECT_EQ(h.typed(";sig"), (Lines{"erase 4", "insert \"Best, Ann\"", "finish"}));
 }
 
-TEST(ExpanderLife, StartReportsWhyItCannotListenAndStopLetsGo) {
-    Harness h;
-    h.engine->stop();
-    EXPECT_FALSE(h.keys.started());
-    h.keys.refusal = "no display";
-    std::string error;
-    EXPECT_FALSE(h.engine->start(error));
-    EXPECT_EQ(error, "no display");
-    EXPECT_FALSE(h.engine->isListening());
-}
-
-TEST(ExpanderSteps, DescriptionsNameKeysAndMarkStyledText) {
-    Payload styled{"a\"b\n", "<b>x</b>", std::nullopt};
-    EXPECT_EQ(Expander::describe(Expander::Step::insert(styled)), "insert \"a\\\"b\\n\" +html");
-    EXPECT_EQ(Expander::describe(Expander::Step::press(*Tokens::keyStroke("ctrl+alt+return"))),
-              "press ctrl+opt+return");
-    EXPECT_EQ(Expander::describe(Expander::Step::press({200, 0})), "press key200");
-}
-
-TEST(MatcherForTheEngine, APatternSeesTheBufferAsItIsAfterBackspace) {
-    Matcher m;
-    m.setPatterns({{"b+a\\.", "x"}});
-    m.compile();
-    for (const char* key : {"b", "a", "b"}) {
-        m.feed(key);
-    }
-    m.dropLast();
-    EXPECT_TRUE(m.feed("."));
-}
-
 TEST(MatcherForTheEngine, AgreesWithFireOnRandomTyping) {
     Matcher m;
     m.setSnippets({{"ab", "1"}, {"b.", "2"}, {"aab", "3"}, {"ba", "4"}},

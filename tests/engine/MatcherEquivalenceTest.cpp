@@ -180,16 +180,5 @@ TEST(MatcherEquivalence, AgreesWithLinearScanOnRandomInput) {
     EXPECT_GT(patternMatches, 200);
 }
 
-TEST(MatcherEquivalence, CopiesAreIndependent) {
-    Matcher original;
-    original.setPatterns({{"ab", "x"}});
-    original.compile();
-    original.feed("a");
-    Matcher copy = original;
-    EXPECT_TRUE(copy.feed("b"));
-    EXPECT_EQ(original.buffer(), "a");
-    EXPECT_TRUE(original.feed("b"));
-}
-
 } // namespace
 } // namespace quillet

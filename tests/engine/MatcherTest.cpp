@@ -51,7 +51,6 @@ TEST(MatcherSnippets, FiringRules) {
         {brb, delimited, instant, "brb\u00A0", "brb>B [\u00A0] 2"},
         {brb, delimited, instant, "brb\u2019", "brb>B [\u2019] 2"}, // a closing quote
         {brb, delimited, instant, "brb+", "-"},                     // symbols are no delimiters
-        {brb, delimited, instant, "brb$", "-"},
         {{{"e.g", "E"}}, {{"e.g", delimiter}}, instant, "say e.g ", "e.g>E [ ] 2"},
         {{{"sig;", "S"}}, {}, instant, "sig;", "sig;>S [] 3"}, // on its own punctuation
         {df, tab, instant, "df ", "-"},

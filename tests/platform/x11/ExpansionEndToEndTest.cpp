@@ -150,16 +150,6 @@ TEST_P(EndToEnd, ASettingsChangeTakesEffectAtOnceAndABrokenFileIsReported) {
     typeSee("x <p>y", "<p>x <p>y</p>", 1s); // at the caret, left between the tags
 }
 
-TEST_P(EndToEnd, AClickBreaksWhatWasTyped) {
-    typist()->type(";s");
-    auto [x, y] = editor->centre(typist()->display());
-    // Each source clicks its own spot: the same spot again within the double-click time would
-    // select a word.
-    typist()->click(GetParam() == Typist::Source::xtest ? x + 60 : x, y);
-    typeSee("ig", ";sig", 1s);
-    typeSee(" ;sig", ";sig Best regards,\nAnn");
-}
-
 TEST_P(EndToEnd, TextKeysCaretMarkdownAndPicturesArriveAsWritten) {
     for (auto [abbreviation, text] :
          std::map<std::string, std::string>{{";intl", "Grüße, café 🎉 — ok"},

@@ -5,10 +5,7 @@
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "support/DesktopHarness.h"
-
-#include <X11/Xutil.h>
-#include <X11/keysym.h>
-#include <cstdlib>
+#include "support/X11Windows.h"
 
 namespace quillet {
 namespace {
@@ -20,50 +17,22 @@ using testing::TextWindow;
 using testing::Typist;
 
 // A password prompt: a window of its own that grabs the keyboard and counts the keys it gets.
-class Prompt {
-public:
-    Prompt() : display_(XOpenDisplay(nullptr)) {
-        XSetWindowAttributes attributes{};
-        attributes.override_redirect = True;
-        attributes.event_mask = StructureNotifyMask | KeyPressMask;
-        window_ = XCreateWindow(display_, XDefaultRootWindow(display_), 40, 40, 300, 80, 0,
-                                CopyFromParent, InputOutput, nullptr,
-                                CWOverrideRedirect | CWEventMask, &attributes);
-        std::string instance = "pinentry";
-        std::string name = "Pinentry";
-        XClassHint hint{instance.data(), name.data()};
-        XSetClassHint(display_, window_, &hint);
-        XMapWindow(display_, window_);
-        for (XEvent event; XWindowEvent(display_, window_, StructureNotifyMask, &event),
-                           event.type != MapNotify;) {
-        }
-    }
-    ~Prompt() { XCloseDisplay(display_); }
-
-    bool grab() {
-        for (int tries = 0; tries < 500; ++tries) {
-            if (XGrabKeyboard(display_, window_, False, GrabModeAsync, GrabModeAsync,
-                              CurrentTime) == GrabSuccess) {
-                return true;
-            }
-        }
-        return false;
+struct Prompt : testing::X11Windows {
+    Prompt() : window(open("Pinentry", "", true)) {
+        XSelectInput(display(), window, StructureNotifyMask | KeyPressMask);
     }
 
     /// Lets go of the keyboard; the key presses it received until then.
-    int ungrab() {
-        XUngrabKeyboard(display_, CurrentTime);
-        XSync(display_, False);
+    int ungrabCounting() {
+        ungrab();
         int presses = 0;
-        for (XEvent event; XCheckWindowEvent(display_, window_, KeyPressMask, &event);) {
+        for (XEvent event; XCheckWindowEvent(display(), window, KeyPressMask, &event);) {
             ++presses;
         }
         return presses;
     }
 
-private:
-    Display* display_;
-    Window window_ = 0;
+    const Window window;
 };
 
 std::vector<Snippet> library() {
@@ -81,7 +50,7 @@ TEST(SecureInputEndToEnd, AnotherProgramsGrabPausesExpansionUntilItLetsGo) {
     ASSERT_TRUE(window.ready());
 
     std::size_t from = quillet.log().size();
-    ASSERT_TRUE(prompt.grab());
+    prompt.grab(prompt.window);
     ASSERT_TRUE(quillet.waitForLog("Expansion is paused: Pinentry is holding the keyboard.", from))
         << quillet.log();
     const std::string typed = ";sig secret;sig";
@@ -89,7 +58,7 @@ TEST(SecureInputEndToEnd, AnotherProgramsGrabPausesExpansionUntilItLetsGo) {
     typist.sync();
     from = quillet.log().size();
     // Quillet's erasing or pasting would have landed in the prompt too.
-    EXPECT_EQ(prompt.ungrab(), static_cast<int>(typed.size()));
+    EXPECT_EQ(prompt.ungrabCounting(), static_cast<int>(typed.size()));
     ASSERT_TRUE(quillet.waitForLog("Expansion resumed", from)) << quillet.log();
 
     window.focus();

@@ -7,11 +7,8 @@
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11KeySource.h"
 #include "platform/x11/X11SecureInput.h"
+#include "support/X11Windows.h"
 
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 #include <chrono>
 #include <functional>
@@ -31,85 +28,6 @@ struct Swallower : KeySource::Observer {
     void click() override {}
     void reset() override {}
     bool swallowTab = true;
-};
-
-// Another program on the server: a window of its own, and the keyboard grabbed onto it as a
-// password prompt or a screen locker does.
-class Client {
-public:
-    Client() : display_(XOpenDisplay(nullptr)) {}
-    ~Client() { XCloseDisplay(display_); }
-
-    /// Opens a window with WM_CLASS className (none when empty) and title, managed by the window
-    /// manager unless unmanaged, and waits until it can be grabbed onto.
-    Window open(const std::string& className, const std::string& title, bool unmanaged) {
-        XSetWindowAttributes attributes{};
-        attributes.override_redirect = unmanaged ? True : False;
-        attributes.event_mask = StructureNotifyMask;
-        const Window window = XCreateWindow(display_, XDefaultRootWindow(display_), 20, 20, 200,
-                                            100, 0, CopyFromParent, InputOutput, nullptr,
-                                            CWOverrideRedirect | CWEventMask, &attributes);
-        if (!className.empty()) {
-            std::string instance = "quillet-test";
-            std::string name = className;
-            XClassHint hint{instance.data(), name.data()};
-            XSetClassHint(display_, window, &hint);
-        }
-        if (!title.empty()) {
-            XChangeProperty(display_, window, XInternAtom(display_, "_NET_WM_NAME", False),
-                            XInternAtom(display_, "UTF8_STRING", False), 8, PropModeReplace,
-                            reinterpret_cast<const unsigned char*>(title.data()),
-                            static_cast<int>(title.size()));
-        }
-        XMapWindow(display_, window);
-        for (XEvent event; XWindowEvent(display_, window, StructureNotifyMask, &event),
-                           event.type != MapNotify;) {
-        }
-        return window;
-    }
-
-    /// Grabs the keyboard onto window, as soon as the server lets it.
-    void grab(Window window) {
-        int status = GrabSuccess;
-        for (int tries = 0; tries < 500; ++tries) {
-            status =
-                XGrabKeyboard(display_, window, False, GrabModeAsync, GrabModeAsync, CurrentTime);
-            if (status == GrabSuccess) {
-                XSync(display_, False);
-                return;
-            }
-            XSync(display_, False);
-        }
-        ADD_FAILURE() << "the keyboard could not be grabbed: " << status;
-    }
-
-    void ungrab() {
-        XUngrabKeyboard(display_, CurrentTime);
-        XSync(display_, False);
-    }
-
-    void close(Window window) {
-        XDestroyWindow(display_, window);
-        XSync(display_, False);
-    }
-
-    void focus(Window window) {
-        XSetInputFocus(display_, window, RevertToParent, CurrentTime);
-        XSync(display_, False);
-    }
-
-    /// Taps a key on XTEST's keyboard.
-    void tap(KeySym key) {
-        const unsigned keycode = XKeysymToKeycode(display_, key);
-        XTestFakeKeyEvent(display_, keycode, True, CurrentTime);
-        XTestFakeKeyEvent(display_, keycode, False, CurrentTime);
-        XSync(display_, False);
-    }
-
-    Display* display() const { return display_; }
-
-private:
-    Display* display_;
 };
 
 // The watcher on its own connection, told about Quillet's grabs by a real listener, and every
@@ -165,7 +83,7 @@ protected:
 TEST_F(X11SecureInputTest, AnotherClientsGrabPausesWithItsNameUntilItEnds) {
     struct Case {
         const char* name;
-        std::string windowClass;
+        const char* windowClass;
         std::string title;
         bool unmanaged;
         bool focusFirst; // the prompt has the focus and grabs its own window
@@ -176,14 +94,14 @@ TEST_F(X11SecureInputTest, AnotherClientsGrabPausesWithItsNameUntilItEnds) {
         {"focused prompt", "Pinentry", "", false, true, false, "Pinentry"},
         {"locker's unmanaged window", "Locker", "", true, false, false, "Locker"},
         {"managed window without focus", "Polkit-agent", "", false, false, false, "Polkit-agent"},
-        {"only a title", "", "Unlock keyring", true, false, false, "Unlock keyring"},
-        {"grab on the root window", "", "", true, false, true, ""},
+        {"only a title", nullptr, "Unlock keyring", true, false, false, "Unlock keyring"},
+        {"grab on the root window", nullptr, "", true, false, true, ""},
     };
-    Client editor;
-    editor.focus(editor.open("Editor", "", false));
+    testing::X11Windows editor;
+    editor.focus(editor.open("Editor"));
     // One connection for every prompt: a new one could reuse a window id of the last, which the
     // window manager may still be letting go of.
-    Client prompt;
+    testing::X11Windows prompt;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         changes_.clear();
@@ -192,18 +110,18 @@ TEST_F(X11SecureInputTest, AnotherClientsGrabPausesWithItsNameUntilItEnds) {
             prompt.focus(window);
         }
         settle();
-        prompt.grab(c.onRoot ? XDefaultRootWindow(prompt.display()) : window);
+        prompt.grab(c.onRoot ? prompt.root() : window);
         EXPECT_EQ(changesOnce(1), Changes{"held by " + c.holder});
         prompt.ungrab();
         EXPECT_EQ(changesOnce(2), (Changes{"held by " + c.holder, "free"}));
         prompt.close(window);
-        editor.focus(XDefaultRootWindow(editor.display()));
+        editor.focus(editor.root());
     }
 }
 
 TEST_F(X11SecureInputTest, QuilletsOwnGrabsAndHoldNeverPause) {
-    Client editor;
-    editor.focus(editor.open("Editor", "", false));
+    testing::X11Windows editor;
+    editor.focus(editor.open("Editor"));
     settle();
     keys_.grabTab(true);
     keys_.grabEscape(true);
@@ -216,7 +134,7 @@ TEST_F(X11SecureInputTest, QuilletsOwnGrabsAndHoldNeverPause) {
     keys_.holdKeyboard(true);
     keys_.holdKeyboard(false);
     // Events come in server order: once the prompt's grab is seen, Quillet's came before it.
-    Client prompt;
+    testing::X11Windows prompt;
     const Window window = prompt.open("Pinentry", "", true);
     settle();
     prompt.grab(window);

@@ -3,7 +3,7 @@
 // the text is one line on standard output:
 //   ready <window id>           once the window is shown and has the focus
 //   changed <ns> <json text>    after each change, with the steady clock's time in nanoseconds
-//   text <json> | html <json>   answers to "text" and "html"
+//   html <json>                 answer to "html"
 //   ok                          answer to "clear" and "focus"
 // Options: --class NAME sets the window's WM_CLASS class; --terminal makes it behave as a
 // terminal: Control+Shift+V pastes plain text and Control+V types the marker "<ctrl+v>";
@@ -131,9 +131,7 @@ int main(int argc, char** argv) {
         for (std::size_t end; (end = pending.find('\n')) != std::string::npos;) {
             const std::string command = pending.substr(0, end);
             pending.erase(0, end + 1);
-            if (command == "text") {
-                say("text " + json(plain()));
-            } else if (command == "html") {
+            if (command == "html") {
                 say("html " + json(text.toHtml()));
             } else if (command == "clear") {
                 text.clear();
