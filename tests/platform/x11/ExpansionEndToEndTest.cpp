@@ -169,10 +169,6 @@ TEST_P(EndToEnd, AKeyTypedWhileTheCaretMovesLandsAtTheMark) {
     editor->waitFor("<>");
     typist()->type("x");
     EXPECT_EQ(editor->waitFor("<x>"), "<x>");
-    // And typed at once, before the expansion could hold the keyboard.
-    editor->clear();
-    typist()->type(";curx", 0ms);
-    EXPECT_EQ(editor->waitFor("<x>"), "<x>");
 }
 
 TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
