@@ -83,16 +83,16 @@ void Coordinator::log(const std::string& line) const {
 
 void Coordinator::start() {
     refresh();
-    std::weak_ptr<Coordinator*> alive = alive_;
-    auto again = std::make_shared<std::function<void()>>();
-    *again = [this, alive, again] {
-        if (!alive.lock()) {
-            return;
+    scheduleRefresh();
+}
+
+void Coordinator::scheduleRefresh() {
+    timer_ = parts_.scheduler.postAfter(refreshEvery, [alive = std::weak_ptr(alive_)] {
+        if (const auto self = alive.lock()) {
+            (*self)->refresh();
+            (*self)->scheduleRefresh();
         }
-        refresh();
-        timer_ = parts_.scheduler.postAfter(refreshEvery, [again] { (*again)(); });
-    };
-    timer_ = parts_.scheduler.postAfter(refreshEvery, [again] { (*again)(); });
+    });
 }
 
 void Coordinator::createEngine() {

@@ -139,6 +139,7 @@ public:
 
 private:
     void createEngine();
+    void scheduleRefresh();
     void setStatus(EngineStatus status);
     void log(const std::string& line) const;
     void secureInputChanged();

@@ -74,10 +74,3 @@ TEST(FormPanel, EscapeOrClosingCancelsOnce) {
 
 } // namespace
 } // namespace quillet
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -111,10 +111,3 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
 
 } // namespace
 } // namespace quillet
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
