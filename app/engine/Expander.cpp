@@ -356,6 +356,7 @@ bool Expander::start(std::string& error) {
     tabGrabbed_ = false;
     escapeGrabbed_ = false;
     returnGrabbed_ = false;
+    arrowsGrabbed_ = false;
     matcher_.clear();
     syncGrabs();
     return true;
@@ -374,6 +375,11 @@ void Expander::stop() {
     if (returnGrabbed_) {
         keys_.grabReturn(false);
     }
+    if (arrowsGrabbed_) {
+        keys_.grabArrows(false);
+    }
+    hidePopup();
+    arrowsGrabbed_ = false;
     tabGrabbed_ = false;
     escapeGrabbed_ = false;
     returnGrabbed_ = false;
@@ -419,6 +425,10 @@ void Expander::preferencesChanged() {
     matcher_.setCorrections(Typos::corrections(preferences));
     matcher_.setExtras(Typos::extras(preferences));
     suggesting_ = preferences.isOn(suggestionsKey);
+    popupOn_ = preferences.isOn(popupKey);
+    if (!popupOn_) {
+        hidePopup();
+    }
     syncGrabs();
 }
 
@@ -426,6 +436,11 @@ void Expander::setAskForm(AskForm ask) {
     askForm_ = ask ? std::move(ask) : [](const std::vector<Tokens::Field>& fields, FormDone done) {
         done(Expansion::defaults(fields));
     };
+}
+
+void Expander::setPopup(MatchPopup* popup) {
+    hidePopup();
+    popup_ = popup;
 }
 
 bool Expander::idle() const {
@@ -531,10 +546,11 @@ void Expander::syncGrabs() {
             grabbed = wanted;
         }
     };
-    sync(matcher_.wouldFire(Matcher::Mode::tab), tabGrabbed_, &KeySource::grabTab);
-    sync(matcher_.wouldFire(Matcher::Mode::delimiter) || matcher_.wouldCorrect(), returnGrabbed_,
-         &KeySource::grabReturn);
-    sync(undo_.has_value(), escapeGrabbed_, &KeySource::grabEscape);
+    sync(matcher_.wouldFire(Matcher::Mode::tab) || popupVisible_, tabGrabbed_, &KeySource::grabTab);
+    sync(matcher_.wouldFire(Matcher::Mode::delimiter) || matcher_.wouldCorrect() || popupVisible_,
+         returnGrabbed_, &KeySource::grabReturn);
+    sync(undo_.has_value() || popupVisible_, escapeGrabbed_, &KeySource::grabEscape);
+    sync(popupVisible_, arrowsGrabbed_, &KeySource::grabArrows);
 }
 
 // Events ----------------------------------------------------------------------------------------
@@ -551,6 +567,7 @@ Verdict Expander::key(const KeyEvent& event) {
         matcher_.clear();
         repeats_.breakRun();
         clearUndo();
+        hidePopup();
         syncGrabs();
         return Verdict::pass;
     }
@@ -558,7 +575,9 @@ Verdict Expander::key(const KeyEvent& event) {
     Verdict verdict = Verdict::pass;
     const KeyEvent::Modifiers& held = event.modifiers;
     const bool bare = !held.control && !held.super && !held.alt && !held.shift;
-    if (event.key == KeyEvent::Key::escape && event.held && bare && undo_) {
+    if (auto answered = popupKeys(event)) {
+        verdict = *answered;
+    } else if (event.key == KeyEvent::Key::escape && event.held && bare && undo_) {
         takeBack();
         verdict = Verdict::swallow;
     } else {
@@ -566,8 +585,78 @@ Verdict Expander::key(const KeyEvent& event) {
         verdict = handle(event);
     }
     typedWhilePreparing(event, verdict);
+    updatePopup();
     syncGrabs();
     return verdict;
+}
+
+std::optional<Verdict> Expander::popupKeys(const KeyEvent& event) {
+    using Key = KeyEvent::Key;
+    const KeyEvent::Modifiers& held = event.modifiers;
+    if (!popupVisible_ || !event.held || held.control || held.super || held.alt || held.shift) {
+        return std::nullopt;
+    }
+    switch (event.key) {
+    case Key::tab:
+    case Key::enter: {
+        const Matcher::Match* selected = popupModel_.selected();
+        if (selected == nullptr) {
+            return std::nullopt;
+        }
+        const Matcher::Match match = *selected;
+        hidePopup();
+        matcher_.clear();
+        clearUndo();
+        perform(match, match.onScreen);
+        return Verdict::swallow;
+    }
+    case Key::escape:
+        hidePopup();
+        matcher_.clear();
+        return Verdict::drop;
+    case Key::up:
+    case Key::down:
+        popupModel_.move(event.key == Key::down ? 1 : -1);
+        popup_->select(popupModel_.selectedIndex());
+        return Verdict::drop;
+    default:
+        return std::nullopt;
+    }
+}
+
+void Expander::updatePopup() {
+    if (popup_ == nullptr || !popupOn_ || !listening_ || paused()) {
+        hidePopup();
+        return;
+    }
+    auto candidates = PopupModel::candidates(matcher_.buffer(), active_, usage_);
+    if (candidates.empty()) {
+        hidePopup();
+        return;
+    }
+    if (!popupModel_.set(std::move(candidates))) {
+        return; // the same list: the panel stays as it is
+    }
+    const std::uint64_t show = ++popupShows_;
+    popup_->show(popupModel_.candidates(),
+                 [alive = std::weak_ptr<Expander*>(self_), show](bool visible) {
+                     auto self = alive.lock();
+                     if (!self || (*self)->popupShows_ != show) {
+                         return; // the typing moved on meanwhile
+                     }
+                     (*self)->popupVisible_ = visible;
+                     (*self)->syncGrabs();
+                 });
+}
+
+void Expander::hidePopup() {
+    const bool up = popupVisible_ || !popupModel_.candidates().empty();
+    popupModel_.clear();
+    popupVisible_ = false;
+    ++popupShows_;
+    if (up && popup_ != nullptr) {
+        popup_->hide();
+    }
 }
 
 void Expander::typedWhilePreparing(const KeyEvent& event, Verdict verdict) {
@@ -665,6 +754,7 @@ void Expander::click() {
     loseWaiting();
     breakContext();
     clearUndo(); // the caret may be anywhere now
+    hidePopup();
     syncGrabs();
 }
 
@@ -673,6 +763,7 @@ void Expander::reset() {
     loseWaiting();
     breakContext();
     clearUndo();
+    hidePopup();
     syncGrabs();
 }
 
@@ -702,6 +793,7 @@ void Expander::loseWaiting() {
 // Carrying out a match ----------------------------------------------------------------------
 
 void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
+    hidePopup();
     auto pending = std::make_shared<Pending>(
         Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false, false, {}});
     ++preparing_;

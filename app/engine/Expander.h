@@ -4,6 +4,7 @@
 #include "engine/FrontApplication.h"
 #include "engine/KeySource.h"
 #include "engine/Matcher.h"
+#include "engine/Popup.h"
 #include "engine/Repeats.h"
 #include "engine/SecureInput.h"
 #include "library/LibraryLocation.h"
@@ -151,6 +152,8 @@ public:
 
     /// The preference that switches repeat suggestions on.
     static constexpr std::string_view suggestionsKey = "suggestions";
+    /// The preference that lists matching snippets at the caret while the user types.
+    static constexpr std::string_view popupKey = "matchPopup";
     /// The preference holding the global trigger mode.
     static constexpr std::string_view triggerModeKey = "triggerMode";
 
@@ -181,6 +184,12 @@ public:
 
     /// Sets how fields are filled in; the default takes each field's default value.
     void setAskForm(AskForm ask);
+    /// Sets the panel that lists matching snippets at the caret (null: none). While it is up,
+    /// Return and Tab expand the selected one, Escape takes it down, Up and Down move the
+    /// selection; none of them reaches the application.
+    void setPopup(MatchPopup* popup);
+    /// The candidates the panel lists, and the selection.
+    const PopupModel& popup() const { return popupModel_; }
     /// Sets who is told about retyped phrases.
     void setOnRepeat(OnRepeat onRepeat) { onRepeat_ = std::move(onRepeat); }
     /// Forgets every phrase the repeat detector counted.
@@ -239,6 +248,9 @@ private:
     void whenQueueEmpty(std::function<void()> then);
     void loseWaiting();
     void breakContext();
+    std::optional<Verdict> popupKeys(const KeyEvent& event);
+    void updatePopup();
+    void hidePopup();
     void clearUndo();
     void refreshFront();
     void rebuild();
@@ -291,6 +303,13 @@ private:
     bool tabGrabbed_ = false;
     bool escapeGrabbed_ = false;
     bool returnGrabbed_ = false;
+    bool arrowsGrabbed_ = false;
+
+    MatchPopup* popup_ = nullptr;
+    bool popupOn_ = false; // the preference
+    PopupModel popupModel_;
+    bool popupVisible_ = false;    // the view said it is up
+    std::uint64_t popupShows_ = 0; // answers to older shows are stale
     std::uint64_t keysSeen_ = 0;
 
     std::deque<Step> queue_;

@@ -48,7 +48,8 @@ struct KeyEvent {
 /// What the engine wants done with a key the application has not received yet.
 enum class Verdict {
     pass,    ///< deliver it to the application as if nobody had looked
-    swallow, ///< drop it: the engine has answered it
+    swallow, ///< drop it: the engine answers it by typing, which keys typed after it wait for
+    drop,    ///< drop it: the engine has answered it and types nothing (the popup's keys)
 };
 
 /// The keyboard as the engine listens to it, in whatever application has the focus. A source
@@ -92,6 +93,9 @@ public:
 
     /// Asks that plain Return presses be held for a verdict (true) or left alone (false).
     virtual void grabReturn(bool on) = 0;
+
+    /// Asks that plain Up and Down presses be held for a verdict (true) or left alone (false).
+    virtual void grabArrows(bool on) = 0;
 };
 
 } // namespace quillet

@@ -106,6 +106,7 @@ void Coordinator::createEngine() {
     if (hooks_.askForm) {
         engine_->setAskForm(hooks_.askForm);
     }
+    engine_->setPopup(hooks_.popup);
     engine_->setOnRepeat([this](const Repeats::Suggestion& suggestion) {
         suggestion_ = suggestion;
         if (hooks_.onRepeat) {

@@ -95,6 +95,8 @@ public:
         Expander::OnRepeat onRepeat;
         /// The status changed (and with it the tray).
         std::function<void()> statusChanged;
+        /// The panel that lists matching snippets at the caret; must outlive the coordinator.
+        MatchPopup* popup = nullptr;
     };
 
     /// Loads the library and reads the settings; nothing listens until start().

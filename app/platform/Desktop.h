@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/Caret.h"
 #include "engine/Executor.h"
 #include "engine/FrontApplication.h"
 #include "engine/KeySource.h"
@@ -38,6 +39,9 @@ public:
 
     /// Whether another application keeps the user's typing to itself, and which.
     virtual SecureInput& secureInput() = 0;
+
+    /// Where the focused application's text caret is.
+    virtual Caret& caret() = 0;
 
     /// The window that has the keyboard focus now, to give it back to later; 0 when none is
     /// known.

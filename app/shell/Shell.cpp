@@ -11,6 +11,7 @@
 #include "platform/linux/SignalQuit.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
+#include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
 #include "shell/Tray.h"
 #include "shell/UnlockDialog.h"
@@ -50,6 +51,10 @@ int runShell(int argc, char** argv) {
     };
 
     Coordinator* running = nullptr;
+    PopupPanel popup([&running]() -> Caret* {
+        Desktop* desktop = running != nullptr ? running->desktop() : nullptr;
+        return desktop != nullptr ? &desktop->caret() : nullptr;
+    });
     // The form takes the focus; the values go to the window the user typed in, once it has the
     // focus back, or nowhere.
     auto askForm = [&running](const std::vector<Tokens::Field>& fields, Expander::FormDone done) {
@@ -82,7 +87,7 @@ int runShell(int argc, char** argv) {
                  logLine(error);
              }
          }},
-        {logLine, askForm, {}, refreshTray});
+        {logLine, askForm, {}, refreshTray, &popup});
     running = &coordinator;
     refreshTray();
     if (QSystemTrayIcon::isSystemTrayAvailable()) {

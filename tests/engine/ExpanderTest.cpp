@@ -4,6 +4,7 @@
 #include "platform/fake/FakeExecutor.h"
 #include "platform/fake/FakeFrontApplication.h"
 #include "platform/fake/FakeKeySource.h"
+#include "platform/fake/FakeMatchPopup.h"
 #include "platform/fake/FakeOwnerAuth.h"
 #include "platform/fake/FakePasteboard.h"
 #include "platform/fake/FakeSecretStore.h"
@@ -252,6 +253,69 @@ TEST(ExpanderGrabs, TabIsGrabbedExactlyWhileTheTextEndsInATabAbbreviation) {
         h.keys.type(typed);
         EXPECT_EQ(h.keys.returnGrabbed, grabbed) << typed;
     }
+}
+
+// The panel at the caret: what it lists, and its keys, which never reach the application.
+TEST(ExpanderPopup, ItListsWhatTheWordLeadsToAndItsKeysPickOrDismiss) {
+    for (bool swallows : {false, true}) {
+        SCOPED_TRACE(swallows ? "swallowing" : "X11");
+        Harness h(swallows, {{"matchPopup", true}});
+        FakeMatchPopup popup;
+        h.engine->setPopup(&popup);
+        h.engine->update(
+            {snippet(";addr", "1 Main St"), snippet(";add", "Add"), snippet(";x", "X")});
+
+        h.keys.type(";");
+        EXPECT_EQ(popup.calls, Lines{}) << "one character is not enough";
+        h.keys.type("a");
+        h.keys.type("d"); // shown again at the caret that moved on
+        EXPECT_EQ(popup.calls, (Lines{"show ;add ;addr", "show ;add ;addr"}));
+        EXPECT_TRUE(swallows || (h.keys.arrowsGrabbed && h.keys.tabGrabbed &&
+                                 h.keys.returnGrabbed && h.keys.escapeGrabbed));
+        popup.calls.clear();
+        EXPECT_EQ(h.keys.press(Key::down), Verdict::drop);
+        EXPECT_EQ(h.keys.press(Key::down), Verdict::drop);
+        EXPECT_EQ(h.keys.press(Key::up), Verdict::drop);
+        EXPECT_EQ(h.typed("\t"), (Lines{"erase 3", "insert \"1 Main St\"", "finish"}));
+        EXPECT_EQ(h.keys.verdicts.back(), Verdict::swallow);
+        EXPECT_EQ(popup.calls, (Lines{"select 1", "select 0", "select 1", "hide"}));
+        EXPECT_TRUE(swallows || !h.keys.arrowsGrabbed) << "grabbed only while it is up";
+
+        // Now the most used comes first. Escape takes the panel down and forgets the word;
+        // Return picks as Tab does.
+        popup.calls.clear();
+        h.keys.type(";ad");
+        EXPECT_EQ(h.keys.press(Key::escape), Verdict::drop);
+        EXPECT_EQ(h.typed("d"), Lines{});
+        EXPECT_EQ(h.typed(" ;ad\r"), (Lines{"erase 3", "insert \"1 Main St\"", "finish"}));
+        EXPECT_EQ(popup.calls[1], "show ;addr ;add");
+        // A click, or a word the library has nothing for, takes it down.
+        popup.calls.clear();
+        h.keys.type(";a");
+        h.keys.click();
+        EXPECT_EQ(popup.calls, (Lines{"show ;addr ;add", "hide"}));
+        h.keys.type(";aq");
+        EXPECT_EQ(popup.calls.back(), "hide");
+    }
+}
+
+TEST(ExpanderPopup, WithoutACaretOrWithTheSettingOffNothingIsGrabbedOrListed) {
+    Harness h(false, {{"matchPopup", true}});
+    FakeMatchPopup popup;
+    popup.caretFound = false;
+    h.engine->setPopup(&popup);
+    h.engine->update({snippet(";addr", "1 Main St")});
+    h.keys.type(";ad");
+    EXPECT_FALSE(h.keys.arrowsGrabbed);
+    EXPECT_EQ(h.keys.press(Key::down), Verdict::pass);
+    EXPECT_EQ(h.typed(";ad\t"), Lines{});
+
+    Harness off;
+    off.engine->setPopup(&popup);
+    off.engine->update({snippet(";addr", "1 Main St")});
+    popup.calls.clear();
+    off.keys.type(";ad");
+    EXPECT_EQ(popup.calls, Lines{});
 }
 
 TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {

@@ -1,12 +1,15 @@
-// Quillet as the user runs it, asking for a snippet's values in its form: the values land in
-// the window the abbreviation was typed in, Escape leaves it erased. Keys come from a keyboard
-// device and from XTEST. Runs under a window manager.
+// Quillet as the user runs it: asking for a snippet's values in its form (the values land in
+// the window the abbreviation was typed in, Escape leaves it erased), and listing matching
+// snippets at the caret of an accessible editor. Keys come from a keyboard device and from
+// XTEST. Runs under a window manager, on a private session bus.
 #include <gtest/gtest.h>
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "support/DesktopHarness.h"
 
 #include <X11/keysym.h>
+#include <cstdlib>
+#include <optional>
 #include <thread>
 
 namespace quillet {
@@ -61,6 +64,95 @@ TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased)
         ASSERT_TRUE(focusMoves(typist, editor.window(), true));
         typist.type("x"); // the abbreviation is gone
         EXPECT_EQ(editor.waitFor("x"), "x");
+    }
+}
+
+// The mapped window titled title, with its place on screen; nothing when none is up.
+std::optional<XRectangle> mappedWindow(Display* display, const std::string& title) {
+    Window root = 0, parent = 0;
+    Window* children = nullptr;
+    unsigned count = 0;
+    std::optional<XRectangle> found;
+    XQueryTree(display, XDefaultRootWindow(display), &root, &parent, &children, &count);
+    for (unsigned i = 0; i < count && !found; ++i) {
+        XWindowAttributes attributes;
+        char* name = nullptr;
+        if (XGetWindowAttributes(display, children[i], &attributes) &&
+            attributes.map_state == IsViewable && XFetchName(display, children[i], &name) &&
+            name != nullptr) {
+            if (title == name) {
+                found =
+                    XRectangle{static_cast<short>(attributes.x), static_cast<short>(attributes.y),
+                               static_cast<unsigned short>(attributes.width),
+                               static_cast<unsigned short>(attributes.height)};
+            }
+        }
+        if (name != nullptr) {
+            XFree(name);
+        }
+    }
+    if (children != nullptr) {
+        XFree(children);
+    }
+    return found;
+}
+
+// Waits until the window titled title is up (shown) or gone; where it is when up.
+std::optional<XRectangle> waitForWindow(Display* display, const std::string& title, bool shown) {
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto found = mappedWindow(display, title);
+        if (found.has_value() == shown) {
+            return found;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return mappedWindow(display, title);
+}
+
+TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
+    QuilletProcess quillet({snippet(";addr", "1 Main Street"), snippet(";add", "Add")},
+                           R"({"matchPopup": true})");
+    ASSERT_TRUE(quillet.listening()) << quillet.log();
+    TextWindow editor({"--accessible"});
+    ASSERT_TRUE(editor.ready());
+    const std::string title = "Matching snippets";
+    for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
+        SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
+        Typist typist(source);
+        editor.focus();
+        editor.clear();
+        typist.type(";ad");
+        const auto panel = waitForWindow(typist.display(), title, true);
+        ASSERT_TRUE(panel.has_value()) << quillet.log();
+        // At the caret: the start of the editor's first line, above or below it.
+        Window child = 0;
+        int editorX = 0, editorY = 0;
+        XTranslateCoordinates(typist.display(), editor.window(),
+                              XDefaultRootWindow(typist.display()), 0, 0, &editorX, &editorY,
+                              &child);
+        EXPECT_GE(panel->x, editorX);
+        EXPECT_LT(panel->x, editorX + 80);
+        EXPECT_LT(std::abs(panel->y - editorY), panel->height + 60);
+        typist.tap(XK_Tab); // the first: both unused, so by abbreviation
+        EXPECT_EQ(editor.waitFor("Add"), "Add");
+        EXPECT_FALSE(waitForWindow(typist.display(), title, false).has_value());
+
+        typist.type(" ;ad");
+        ASSERT_TRUE(waitForWindow(typist.display(), title, true).has_value());
+        typist.tap(XK_Down);
+        typist.tap(XK_Down);
+        typist.tap(XK_Up); // wraps round to the second
+        typist.tap(XK_Return);
+        EXPECT_EQ(editor.waitFor("Add 1 Main Street"), "Add 1 Main Street");
+
+        // Escape takes it down and leaves the text alone.
+        typist.type(" ;ad");
+        ASSERT_TRUE(waitForWindow(typist.display(), title, true).has_value());
+        typist.tap(XK_Escape);
+        EXPECT_FALSE(waitForWindow(typist.display(), title, false).has_value());
+        typist.type("x");
+        EXPECT_EQ(editor.waitFor("Add 1 Main Street ;adx"), "Add 1 Main Street ;adx");
     }
 }
 

@@ -115,7 +115,8 @@ TextWindow::TextWindow(const std::vector<std::string>& options) {
     std::vector<std::string> args{QUILLET_TEXT_WINDOW};
     args.insert(args.end(), options.begin(), options.end());
     std::map<std::string, std::string> environment{{"QT_QPA_PLATFORM", "xcb"}};
-    if (std::find(options.begin(), options.end(), "--password") != options.end()) {
+    if (std::find(options.begin(), options.end(), "--password") != options.end() ||
+        std::find(options.begin(), options.end(), "--accessible") != options.end()) {
         environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"; // as with a screen reader on
     }
     process_ = std::make_unique<LiveProcess>(args, environment);

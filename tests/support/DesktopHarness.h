@@ -53,7 +53,8 @@ private:
 /// The test window (tests/support/textwindow): an editor that reports its text.
 class TextWindow {
 public:
-    /// Starts the window with these options and waits until it has the focus.
+    /// Starts the window with these options and waits until it has the focus. With
+    /// "--accessible" or "--password" it serves the accessibility bus.
     explicit TextWindow(const std::vector<std::string>& options = {});
 
     /// True once the window is up.

@@ -4,6 +4,7 @@
 #include "platform/fake/FakeExecutor.h"
 #include "platform/fake/FakeFrontApplication.h"
 #include "platform/fake/FakeKeySource.h"
+#include "platform/fake/FakeMatchPopup.h"
 #include "platform/fake/FakePasteboard.h"
 #include "platform/fake/FakeSecureInput.h"
 
@@ -18,6 +19,7 @@ public:
     FrontApplication& front() override { return front_; }
     Pasteboard& pasteboard() override { return pasteboard_; }
     SecureInput& secureInput() override { return secure_; }
+    Caret& caret() override { return caret_; }
     std::uint64_t focusedWindow() override { return 1; }
     void refocus(std::uint64_t, std::function<void(bool)> done) override { done(refocusWorks); }
     void setOnClipboardChange(std::function<void()> changed) override {
@@ -29,6 +31,7 @@ public:
     FakeFrontApplication front_{"Gedit"};
     FakePasteboard pasteboard_;
     FakeSecureInput secure_;
+    FakeCaret caret_;
     bool refocusWorks = true;
 
 private:

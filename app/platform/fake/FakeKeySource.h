@@ -39,6 +39,10 @@ public:
         returnGrabbed = on;
         grabs.push_back(on ? "grab return" : "release return");
     }
+    void grabArrows(bool on) override {
+        arrowsGrabbed = on;
+        grabs.push_back(on ? "grab arrows" : "release arrows");
+    }
     void grabEscape(bool on) override {
         escapeGrabbed = on;
         grabs.push_back(on ? "grab escape" : "release escape");
@@ -48,10 +52,13 @@ public:
     std::optional<Verdict> press(KeyEvent event) {
         const auto& m = event.modifiers;
         const bool bare = !m.control && !m.super && !m.alt && !m.shift;
-        event.held = swallows_ || (holding && holding()) ||
-                     (bare && ((event.key == KeyEvent::Key::tab && tabGrabbed) ||
-                               (event.key == KeyEvent::Key::escape && escapeGrabbed) ||
-                               (event.key == KeyEvent::Key::enter && returnGrabbed)));
+        event.held =
+            swallows_ || (holding && holding()) ||
+            (bare && ((event.key == KeyEvent::Key::tab && tabGrabbed) ||
+                      (event.key == KeyEvent::Key::escape && escapeGrabbed) ||
+                      (event.key == KeyEvent::Key::enter && returnGrabbed) ||
+                      ((event.key == KeyEvent::Key::up || event.key == KeyEvent::Key::down) &&
+                       arrowsGrabbed)));
         if (observer_ == nullptr) {
             return std::nullopt;
         }
@@ -122,6 +129,7 @@ public:
     bool tabGrabbed = false;
     bool escapeGrabbed = false;
     bool returnGrabbed = false;
+    bool arrowsGrabbed = false;
     /// Every grab and release asked for, in order: "grab tab", "release escape"...
     std::vector<std::string> grabs;
     /// The verdict on every key pressed, in order.

@@ -36,13 +36,13 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     desktop->executor_->setHoldKeyboard([keys](bool on) { keys->holdKeyboard(on); });
     desktop->grabs_ = std::make_unique<X11SecureInput>(*desktop->grabWatch_,
                                                        [keys] { return keys->grabsActivated(); });
-    desktop->passwords_ = std::make_unique<AtSpiPasswordFocus>(scheduler, log);
-    AtSpiPasswordFocus* passwords = desktop->passwords_.get();
+    desktop->accessible_ = std::make_unique<AtSpiFocus>(scheduler, log);
+    AtSpiFocus* accessible = desktop->accessible_.get();
     X11FrontApplication* front = desktop->front_.get();
-    passwords->setFrontProcess([front] { return front->frontProcess(); });
-    front->setOnWindowChange([passwords](int pid) { passwords->frontMoved(pid); });
+    accessible->setFrontProcess([front] { return front->frontProcess(); });
+    front->setOnWindowChange([accessible](int pid) { accessible->frontMoved(pid); });
     desktop->secure_ = std::make_unique<AnySecureInput>(
-        std::vector<SecureInput*>{desktop->grabs_.get(), desktop->passwords_.get()});
+        std::vector<SecureInput*>{desktop->grabs_.get(), desktop->accessible_.get()});
     return desktop;
 }
 
@@ -51,7 +51,7 @@ X11Desktop::~X11Desktop() {
     // connections they use close.
     executor_.reset();
     secure_.reset();
-    passwords_.reset();
+    accessible_.reset();
     grabs_.reset();
     keys_.reset();
     typer_.reset();

@@ -2,7 +2,7 @@
 
 #include "platform/AnySecureInput.h"
 #include "platform/Desktop.h"
-#include "platform/linux/AtSpiPasswordFocus.h"
+#include "platform/linux/AtSpiFocus.h"
 #include "platform/x11/OwnKeys.h"
 #include "platform/x11/X11Clipboard.h"
 #include "platform/x11/X11Connection.h"
@@ -36,6 +36,7 @@ public:
     Pasteboard& pasteboard() override { return *clipboard_; }
     /// Active while another client grabs the keyboard or a password field has the focus.
     SecureInput& secureInput() override { return *secure_; }
+    Caret& caret() override { return *accessible_; }
     std::uint64_t focusedWindow() override { return front_->frontWindow(); }
     void refocus(std::uint64_t window, std::function<void(bool)> done) override {
         front_->refocus(static_cast<Window>(window), std::move(done));
@@ -56,7 +57,7 @@ private:
     std::unique_ptr<X11Executor> executor_;
     std::unique_ptr<X11Connection> grabWatch_;
     std::unique_ptr<X11SecureInput> grabs_;
-    std::unique_ptr<AtSpiPasswordFocus> passwords_;
+    std::unique_ptr<AtSpiFocus> accessible_;
     std::unique_ptr<AnySecureInput> secure_;
 };
 

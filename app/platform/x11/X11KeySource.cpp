@@ -177,6 +177,8 @@ X11KeySource::X11KeySource(std::string display, Scheduler& scheduler, OwnKeys& o
     tab_.keysym = XK_Tab;
     escape_.keysym = XK_Escape;
     return_.keysym = XK_Return;
+    upArrow_.keysym = XK_Up;
+    downArrow_.keysym = XK_Down;
 }
 
 X11KeySource::~X11KeySource() {
@@ -672,6 +674,13 @@ void X11KeySource::grabReturn(bool on) {
     applyGrab(return_);
 }
 
+void X11KeySource::grabArrows(bool on) {
+    upArrow_.wanted = on;
+    downArrow_.wanted = on;
+    applyGrab(upArrow_);
+    applyGrab(downArrow_);
+}
+
 void X11KeySource::applyGrab(Grab& grab) {
     if (!control_ || !keymap_) {
         return;
@@ -717,8 +726,9 @@ void X11KeySource::releaseGrab(Grab& grab) {
 bool X11KeySource::grabMayCatch() const {
     // Keys already caught but not yet recorded count too: a burst of Quillet's own keys can all
     // land in a grab that the first of them, handed on, has ended since.
-    return tab_.keycode != 0 || escape_.keycode != 0 || return_.keycode != 0 || grabHolder_ != 0 ||
-           !caught_.empty();
+    const auto grabbed = [](const Grab& grab) { return grab.keycode != 0; };
+    return grabbed(tab_) || grabbed(escape_) || grabbed(return_) || grabbed(upArrow_) ||
+           grabbed(downArrow_) || grabHolder_ != 0 || !caught_.empty();
 }
 
 // Whether a recorded press went to a grab of ours instead of the application. RECORD records a
@@ -964,10 +974,13 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
     KeyEvent event = decode(state.get(), keycode);
     compose(event, state.get(), keycode);
     event.held = true;
-    if (observer_->key(event) == Verdict::pass) {
+    const Verdict verdict = observer_->key(event);
+    if (verdict == Verdict::pass) {
         queued_.push_back({keycode, true, mods & realModifiers, group});
-    } else {
-        swallowed_.insert(keycode);
+        return;
+    }
+    swallowed_.insert(keycode);
+    if (verdict == Verdict::swallow) {
         queued_.push_back({0, false, 0, 0, true});
     }
 }

@@ -50,6 +50,7 @@ public:
     void grabEscape(bool on) override;
     /// Grabs plain Return on the root window, whatever locks are on, or lets it go.
     void grabReturn(bool on) override;
+    void grabArrows(bool on) override;
 
     /// Keeps the user's keys from the applications while on (an expansion is being typed); they
     /// are reported as held and the ones let through are replayed when it ends. Every keyboard
@@ -153,7 +154,9 @@ private:
     Grab tab_;
     Grab escape_;
     Grab return_;
-    std::array<Grab*, 3> grabs() { return {&tab_, &escape_, &return_}; }
+    Grab upArrow_;
+    Grab downArrow_;
+    std::array<Grab*, 5> grabs() { return {&tab_, &escape_, &return_, &upArrow_, &downArrow_}; }
     std::deque<Caught> caught_;
     unsigned grabHolder_ = 0;       // the key whose press turned a passive grab into an active one
     unsigned activeKey_ = 0;        // the same, as the control connection's events tell it

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/Caret.h"
 #include "engine/SecureInput.h"
 #include "library/Scheduler.h"
 
@@ -10,8 +11,9 @@
 
 namespace quillet {
 
-/// A password field with the keyboard focus, as the accessibility bus (AT-SPI) tells it: the
-/// focused object's role is "password text". Two ways lead there. Qt, GTK and browsers announce
+/// The object with the keyboard focus, as the accessibility bus (AT-SPI) tells it: whether it is
+/// a password field (its role is "password text"), which pauses matching, and where its text
+/// caret is. Two ways lead to the focused object. Qt, GTK and browsers announce
 /// focus changes inside their windows on the bus (object:state-changed:focused); and whenever
 /// another window comes to the front, its application is looked up on the bus by process id and
 /// its focused object asked for, since an application announces only the events it has learned
@@ -26,14 +28,17 @@ namespace quillet {
 /// reach the main thread through the scheduler. Without an accessibility bus this reports nothing
 /// and logs why, once. Applications without accessibility (plain X clients, terminals) are not
 /// seen.
-class AtSpiPasswordFocus final : public SecureInput {
+///
+/// The caret is the focused text's character extents at its caret offset, in screen pixels; at
+/// the end of the text, where there is no character, the right edge of the one before it.
+class AtSpiFocus final : public SecureInput, public Caret {
 public:
     /// Reports through scheduler; writes to log (may be empty) when no bus can be reached.
-    AtSpiPasswordFocus(Scheduler& scheduler, std::function<void(const std::string&)> log);
+    AtSpiFocus(Scheduler& scheduler, std::function<void(const std::string&)> log);
     /// Stops.
-    ~AtSpiPasswordFocus() override;
-    AtSpiPasswordFocus(const AtSpiPasswordFocus&) = delete;
-    AtSpiPasswordFocus& operator=(const AtSpiPasswordFocus&) = delete;
+    ~AtSpiFocus() override;
+    AtSpiFocus(const AtSpiFocus&) = delete;
+    AtSpiFocus& operator=(const AtSpiFocus&) = delete;
 
     /// Looks at the focus of the application with this process id (0: none known), which has
     /// just come to the front.
@@ -45,6 +50,8 @@ public:
     void stop() override;
     bool active() const override { return active_; }
     std::string holder() const override { return active_ ? holder_ : std::string(); }
+
+    void locate(Found found) override;
 
 private:
     struct Listener;
@@ -59,7 +66,7 @@ private:
     bool logged_ = false;
     std::unique_ptr<Listener> listener_; // what the thread owns and stop() ends
     std::thread thread_;
-    std::shared_ptr<AtSpiPasswordFocus*> alive_;
+    std::shared_ptr<AtSpiFocus*> alive_;
 };
 
 } // namespace quillet

@@ -1,9 +1,10 @@
-#include "platform/linux/AtSpiPasswordFocus.h"
+#include "platform/linux/AtSpiFocus.h"
 
 #include <atomic>
 #include <atspi/atspi.h>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace quillet {
@@ -139,12 +140,11 @@ AtspiAccessible* applicationOf(AtspiAccessible* accessible) {
 
 // What the AT-SPI thread owns. Created and destroyed on the main thread, used by the thread in
 // between.
-struct AtSpiPasswordFocus::Listener {
-    Listener(Scheduler& s, std::weak_ptr<AtSpiPasswordFocus*> a)
-        : scheduler(s), alive(std::move(a)) {}
+struct AtSpiFocus::Listener {
+    Listener(Scheduler& s, std::weak_ptr<AtSpiFocus*> a) : scheduler(s), alive(std::move(a)) {}
 
     Scheduler& scheduler;
-    std::weak_ptr<AtSpiPasswordFocus*> alive;
+    std::weak_ptr<AtSpiFocus*> alive;
     // A context of its own: the application's main thread may iterate GLib's default one (Qt
     // does), and libatspi must only ever be called from this thread.
     GMainContext* context = g_main_context_new();
@@ -152,6 +152,7 @@ struct AtSpiPasswordFocus::Listener {
     GSource* quit = nullptr;
     std::atomic<bool> stopping{false};
     AtspiAccessible* password = nullptr; // the focused password field, on the thread only
+    AtspiAccessible* current = nullptr;  // the focused object, whatever it is
     std::atomic<unsigned> generation{0}; // the latest front window's; older looks give up
     bool looking = false;                // a look is under way (libatspi may re-enter the loop)
     std::mutex mutex;
@@ -290,7 +291,46 @@ struct AtSpiPasswordFocus::Listener {
         g_object_unref(focus);
         g_object_unref(deactivate);
         forget();
+        unref(current);
+        current = nullptr;
         atspi_exit();
+    }
+
+    // The focused text's caret, asked now; nothing without one.
+    std::optional<ScreenRect> caret() {
+        if (current == nullptr) {
+            return std::nullopt;
+        }
+        AtspiText* text = atspi_accessible_get_text_iface(current);
+        if (text == nullptr) {
+            return std::nullopt;
+        }
+        GError* error = nullptr;
+        const gint offset = atspi_text_get_caret_offset(text, &error);
+        std::optional<ScreenRect> found;
+        const auto extents = [&](gint at) -> std::optional<ScreenRect> {
+            g_clear_error(&error);
+            AtspiRect* rect =
+                atspi_text_get_character_extents(text, at, ATSPI_COORD_TYPE_SCREEN, &error);
+            std::optional<ScreenRect> out;
+            if (rect != nullptr && error == nullptr && rect->height > 0) {
+                out = ScreenRect{rect->x, rect->y, rect->width, rect->height};
+            }
+            g_free(rect);
+            return out;
+        };
+        if (error == nullptr && offset >= 0) {
+            found = extents(offset);
+            if (!found && offset > 0) {
+                // At the end of the text: the caret stands after the last character.
+                if (auto before = extents(offset - 1)) {
+                    found = ScreenRect{before->right(), before->y, 0, before->height};
+                }
+            }
+        }
+        g_clear_error(&error);
+        g_object_unref(text);
+        return found;
     }
 
     void forget() {
@@ -323,11 +363,19 @@ struct AtSpiPasswordFocus::Listener {
             return;
         }
         if (!gained) {
+            if (source == current) {
+                unref(current);
+                current = nullptr;
+            }
             if (source == password) {
                 forget();
                 post(false, {});
             }
             return;
+        }
+        if (source != current) {
+            unref(current);
+            current = ATSPI_ACCESSIBLE(g_object_ref(source));
         }
         GError* error = nullptr;
         const AtspiRole role = atspi_accessible_get_role(source, &error);
@@ -350,17 +398,15 @@ struct AtSpiPasswordFocus::Listener {
     }
 };
 
-AtSpiPasswordFocus::AtSpiPasswordFocus(Scheduler& scheduler,
-                                       std::function<void(const std::string&)> log)
-    : scheduler_(scheduler), log_(std::move(log)),
-      alive_(std::make_shared<AtSpiPasswordFocus*>(this)) {}
+AtSpiFocus::AtSpiFocus(Scheduler& scheduler, std::function<void(const std::string&)> log)
+    : scheduler_(scheduler), log_(std::move(log)), alive_(std::make_shared<AtSpiFocus*>(this)) {}
 
-AtSpiPasswordFocus::~AtSpiPasswordFocus() {
+AtSpiFocus::~AtSpiFocus() {
     stop();
     alive_.reset();
 }
 
-void AtSpiPasswordFocus::frontMoved(int pid) {
+void AtSpiFocus::frontMoved(int pid) {
     if (!listener_) {
         return;
     }
@@ -369,7 +415,23 @@ void AtSpiPasswordFocus::frontMoved(int pid) {
     listener->schedule(0, [listener, pid, lookFor] { listener->look(pid, lookFor, 0); });
 }
 
-void AtSpiPasswordFocus::start(std::function<void()> changed) {
+void AtSpiFocus::locate(Found found) {
+    if (!listener_) {
+        found(std::nullopt);
+        return;
+    }
+    Listener* listener = listener_.get();
+    listener->schedule(0, [listener, found = std::move(found)]() mutable {
+        std::optional<ScreenRect> caret = listener->caret();
+        listener->scheduler.post([alive = listener->alive, found = std::move(found), caret] {
+            if (alive.lock()) {
+                found(caret);
+            }
+        });
+    });
+}
+
+void AtSpiFocus::start(std::function<void()> changed) {
     changed_ = std::move(changed);
     if (listener_) {
         return;
@@ -381,7 +443,7 @@ void AtSpiPasswordFocus::start(std::function<void()> changed) {
     }
 }
 
-void AtSpiPasswordFocus::stop() {
+void AtSpiFocus::stop() {
     changed_ = {};
     active_ = false;
     holder_.clear();
@@ -410,7 +472,7 @@ void AtSpiPasswordFocus::stop() {
     listener_.reset();
 }
 
-void AtSpiPasswordFocus::report(bool active, std::string holder) {
+void AtSpiFocus::report(bool active, std::string holder) {
     if (!listener_ || (active == active_ && holder == holder_)) {
         return;
     }

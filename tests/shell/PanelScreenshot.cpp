@@ -1,0 +1,53 @@
+// Saves a picture of one of the floating panels: PanelScreenshot form|popup OUT.png [--dark].
+// Under the offscreen platform the picture is the panel's content, without a window frame.
+#include "platform/fake/FakeMatchPopup.h"
+#include "shell/Appearance.h"
+#include "shell/FormPanel.h"
+#include "shell/PopupPanel.h"
+
+#include <QApplication>
+#include <QTimer>
+#include <cstdio>
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s form|popup OUT.png [--dark]\n", argv[0]);
+        return 2;
+    }
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    // The colours the application itself uses for "light" and "dark".
+    quillet::Appearance appearance(app);
+    const bool dark = argc > 3 && QString::fromUtf8(argv[3]) == QStringLiteral("--dark");
+    appearance.apply(dark ? "dark" : "light");
+    const QString what = QString::fromUtf8(argv[1]);
+    const QString out = QString::fromUtf8(argv[2]);
+
+    QWidget* shown = nullptr;
+    quillet::FakeCaret caret;
+    caret.at = quillet::ScreenRect{200, 300, 2, 16};
+    quillet::PopupPanel popup([&caret] { return &caret; });
+    if (what == QStringLiteral("popup")) {
+        popup.show(
+            {{";addr", "1 Main Street, Springfield", "", 3, std::nullopt},
+             {";add", "Please find the address below.", "", 3, std::nullopt},
+             {";adv", "Advance notice: the office is closed on Friday.", "", 3, std::nullopt}},
+            {});
+        popup.select(1);
+        shown = popup.window();
+    } else {
+        const std::vector<quillet::Tokens::Field> fields{
+            {"Client", {}},
+            {"Meeting slot", {"#Morning", "9:00", "10:30", "#Afternoon", "14:00", "16:30"}},
+            {"Signed", {"Ann Baker"}},
+        };
+        shown = quillet::FormPanel::ask(fields, [](auto) {});
+    }
+    int status = 1;
+    QTimer::singleShot(100, [&] {
+        status = shown->grab().save(out) ? 0 : 1;
+        QApplication::quit();
+    });
+    QApplication::exec();
+    return status;
+}
