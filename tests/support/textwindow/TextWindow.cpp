@@ -1,10 +1,12 @@
-// A text window for end-to-end tests: an editor that reports what it holds, as a user would
-// see it. Commands arrive on standard input, one per line; every answer and every change of
-// the text is one line on standard output:
+// A text window for end-to-end tests and the demo: an editor that reports what it holds, as a
+// user would see it. Commands arrive on standard input, one per line; every answer and every
+// change of the text is one line on standard output:
 //   ready <window id>           once the window is shown and has the focus
 //   changed <ns> <json text>    after each change, with the steady clock's time in nanoseconds
 //   html <json>                 answer to "html"
 //   ok                          answer to "clear" and "focus"
+//   ok | failed                 answer to "grab <file>", which saves the window as it is on
+//                               screen, the window manager's frame included, as PNG
 // Options: --class NAME sets the window's WM_CLASS class; --terminal makes it behave as a
 // terminal: Control+Shift+V pastes plain text and Control+V types the marker "<ctrl+v>";
 // --password makes it a password field (a one-line field that shows dots).
@@ -18,6 +20,8 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QPixmap>
+#include <QScreen>
 #include <QSocketNotifier>
 #include <QTextEdit>
 #include <QTimer>
@@ -151,6 +155,11 @@ int main(int argc, char** argv) {
                     }
                 });
                 wait->start(10);
+            } else if (command.starts_with("grab ")) {
+                const QRect frame = editor.frameGeometry();
+                const QPixmap shot = editor.screen()->grabWindow(0, frame.x(), frame.y(),
+                                                                 frame.width(), frame.height());
+                say(shot.save(QString::fromStdString(command.substr(5)), "PNG") ? "ok" : "failed");
             } else if (command == "quit") {
                 app.quit();
             }
