@@ -27,7 +27,7 @@ int runShell(int argc, char** argv) {
     Tray::registerIcons();
     QApplication app(argc, argv);
     QApplication::setApplicationName("Quillet");
-    QApplication::setDesktopFileName("quillet");
+    QApplication::setDesktopFileName("example.quillet.Quillet"); // the launcher entry's name
     QApplication::setWindowIcon(QIcon(":/icons/quillet.svg"));
     // Closing a window (the form, a dialog) never ends the application: the tray does.
     QApplication::setQuitOnLastWindowClosed(false);
