@@ -2,6 +2,7 @@
 
 #include "library/Text.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace quillet {
@@ -58,6 +59,19 @@ bool endsWithCharacters(std::string_view whole, std::string_view suffix) {
 
 bool startsWithCharacters(std::string_view whole, std::string_view prefix) {
     return whole.starts_with(prefix) && isCharacterBoundary(whole, prefix.size());
+}
+
+// True when typing whole passes through part: the text typed so far ends in part before whole is
+// complete, which is when the matcher would fire part if it fires instantly.
+bool passesThrough(std::string_view whole, std::string_view part) {
+    std::size_t end = 0;
+    for (std::string_view character : text::graphemes(whole)) {
+        end += character.size();
+        if (end < whole.size() && endsWithCharacters(whole.substr(0, end), part)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -148,6 +162,33 @@ std::optional<std::string> abbreviationProblem(std::string_view abbreviation, st
     if (example) {
         return "Might expand inside words like \"" + *example +
                "\". Start it with ; or another symbol.";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> freeAbbreviation(std::string_view proposed,
+                                            const std::vector<TakenAbbreviation>& taken,
+                                            bool instant) {
+    const std::string base = text::nfc(proposed);
+    std::vector<std::pair<std::string, bool>> others;
+    others.reserve(taken.size());
+    for (const TakenAbbreviation& t : taken) {
+        if (!t.abbreviation.empty()) {
+            others.emplace_back(text::nfc(t.abbreviation), t.instant);
+        }
+    }
+    // A digit keeps the proposal recognisable; with a delimiter or Tab trigger it also keeps the
+    // taken abbreviation it extends working.
+    for (char digit = '1'; digit <= '9'; ++digit) {
+        const std::string candidate = digit == '1' ? base : base + digit;
+        const bool blocked = std::any_of(others.begin(), others.end(), [&](const auto& other) {
+            const auto& [abbreviation, fires] = other;
+            return abbreviation == candidate || (fires && passesThrough(candidate, abbreviation)) ||
+                   (instant && passesThrough(abbreviation, candidate));
+        });
+        if (!blocked) {
+            return candidate;
+        }
     }
     return std::nullopt;
 }

@@ -66,4 +66,18 @@ std::optional<std::string> abbreviationProblem(std::string_view abbreviation, st
                                                const std::vector<AbbreviationOwner>& others,
                                                const std::optional<std::string>& example);
 
+/// An abbreviation of the library as freeAbbreviation weighs it.
+struct TakenAbbreviation {
+    std::string abbreviation;
+    bool instant = false; ///< fires on its last character, not on a following delimiter or Tab
+};
+
+/// The first of proposed, then proposed followed by 2 to 9, that can join the library: none of
+/// taken is the same, none of those firing instantly completes on the way through it, and it
+/// (firing instantly when instant) completes on the way through none of them. Nothing when every
+/// one is in the way.
+std::optional<std::string> freeAbbreviation(std::string_view proposed,
+                                            const std::vector<TakenAbbreviation>& taken,
+                                            bool instant);
+
 } // namespace quillet

@@ -1,6 +1,10 @@
 #include "entry/Coordinator.h"
 
+#include "engine/AbbreviationCheck.h"
 #include "library/FreeMemory.h"
+#include "library/Text.h"
+
+#include <algorithm>
 
 namespace quillet {
 namespace {
@@ -16,6 +20,20 @@ std::string settingsProblem(const JsonFilePreferences& preferences) {
 
 EngineStatus make(EngineStatus::State state, std::string headline, std::string detail) {
     return EngineStatus{state, std::move(headline), std::move(detail)};
+}
+
+// The library's plain abbreviations, each with whether it fires on its last character.
+std::vector<TakenAbbreviation> takenAbbreviations(const std::vector<Snippet>& library,
+                                                  TriggerMode global) {
+    std::vector<TakenAbbreviation> taken;
+    taken.reserve(library.size());
+    for (const Snippet& snippet : library) {
+        if (!snippet.regex) {
+            taken.push_back(
+                {snippet.abbreviation, snippet.trigger.value_or(global) == TriggerMode::instant});
+        }
+    }
+    return taken;
 }
 
 } // namespace
@@ -107,15 +125,7 @@ void Coordinator::createEngine() {
         engine_->setAskForm(hooks_.askForm);
     }
     engine_->setPopup(hooks_.popup);
-    engine_->setOnRepeat([this](const Repeats::Suggestion& suggestion) {
-        suggestion_ = suggestion;
-        if (hooks_.onRepeat) {
-            hooks_.onRepeat(suggestion);
-        }
-        if (hooks_.statusChanged) {
-            hooks_.statusChanged(); // the dot
-        }
-    });
+    engine_->setOnRepeat([this](const Repeats::Suggestion& suggestion) { offer(suggestion); });
     engine_->update(store_.effectiveSnippets());
 }
 
@@ -224,12 +234,86 @@ TrayLook Coordinator::trayLook() const {
     return look;
 }
 
+// The log never holds the phrase: it is what the user typed, and the log may end up in a file.
+void Coordinator::offer(Repeats::Suggestion suggestion) {
+    if (std::string problem = place(suggestion); !problem.empty()) {
+        log("a retyped phrase is not offered: " + problem);
+        return;
+    }
+    suggestion_ = std::move(suggestion);
+    if (hooks_.onRepeat) {
+        hooks_.onRepeat(*suggestion_);
+    }
+    if (hooks_.statusChanged) {
+        hooks_.statusChanged(); // the dot
+    }
+}
+
+std::string Coordinator::place(Repeats::Suggestion& suggestion) const {
+    // Each time from the phrase's own proposal, so that a digit added before is not added to.
+    const std::string proposed = Repeats::proposedAbbreviation(suggestion.expansion);
+    // A phrase without letters gets ";" alone, which would fire at every semicolon.
+    if (text::graphemeCount(proposed) < 2) {
+        return "it has no letters to make an abbreviation of";
+    }
+    const SnippetList library = store_.effectiveSnippets();
+    const auto same = std::find_if(library->begin(), library->end(), [&](const Snippet& s) {
+        return !s.regex && !s.archived && s.kind == Snippet::Kind::text &&
+               s.content == suggestion.expansion;
+    });
+    if (same != library->end()) {
+        return "it is already " + same->abbreviation;
+    }
+    const TriggerMode global =
+        triggerModeFromRaw(parts_.preferences.text(Expander::triggerModeKey).value_or(""))
+            .value_or(TriggerMode::instant);
+    std::optional<std::string> free = freeAbbreviation(
+        proposed, takenAbbreviations(*library, global), global == TriggerMode::instant);
+    if (!free) {
+        return "no abbreviation like " + proposed + " is free";
+    }
+    suggestion.abbreviation = std::move(*free);
+    return {};
+}
+
+std::optional<std::string> Coordinator::acceptSuggestion() {
+    if (!suggestion_) {
+        return std::nullopt;
+    }
+    Repeats::Suggestion suggestion = *suggestion_;
+    // The library may have changed since the phrase was offered.
+    std::optional<std::string> added;
+    if (std::string problem = place(suggestion); !problem.empty()) {
+        log("the suggested snippet was not added: " + problem);
+    } else {
+        Snippet snippet = Snippet::make();
+        snippet.abbreviation = suggestion.abbreviation;
+        snippet.content = suggestion.expansion;
+        std::vector<Snippet> snippets = store_.snippets();
+        snippets.push_back(std::move(snippet));
+        if (store_.setSnippets(std::move(snippets))) {
+            log("added the suggested snippet " + suggestion.abbreviation);
+        } else {
+            log("added the suggested snippet " + suggestion.abbreviation +
+                ", not saved yet: the library file could not be written");
+        }
+        added = suggestion.abbreviation;
+    }
+    clearSuggestion();
+    return added;
+}
+
 void Coordinator::dismissSuggestion() {
     if (suggestion_) {
-        suggestion_.reset();
-        if (hooks_.statusChanged) {
-            hooks_.statusChanged();
-        }
+        log("suggestion turned down");
+        clearSuggestion();
+    }
+}
+
+void Coordinator::clearSuggestion() {
+    suggestion_.reset();
+    if (hooks_.statusChanged) {
+        hooks_.statusChanged(); // the dot goes
     }
 }
 

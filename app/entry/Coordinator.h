@@ -122,9 +122,15 @@ public:
     /// "showSaved" is on, as the tray has no room for text beside the icon.
     TrayLook trayLook() const;
 
-    /// The retyped phrase waiting to become a snippet, if any.
+    /// The retyped phrase waiting to become a snippet, if any, with an abbreviation that was free
+    /// when it was offered.
     const std::optional<Repeats::Suggestion>& suggestion() const { return suggestion_; }
-    /// Forgets the waiting suggestion (taken or turned down).
+    /// Adds the waiting phrase to the library as a snippet, under its abbreviation or, should
+    /// that have been taken since, the next free one; answers the abbreviation, or nothing when
+    /// it was not added (the log says why). Nothing waits afterwards.
+    std::optional<std::string> acceptSuggestion();
+    /// Turns the waiting suggestion down. The repeat detector forgot the phrase when it offered
+    /// it, so it comes back only once typed as often again.
     void dismissSuggestion();
 
     /// Stops expansion until resumed (true), or resumes it.
@@ -146,6 +152,9 @@ private:
     void log(const std::string& line) const;
     void secureInputChanged();
     void settingsChanged();
+    void offer(Repeats::Suggestion suggestion);
+    std::string place(Repeats::Suggestion& suggestion) const;
+    void clearSuggestion();
 
     Parts parts_;
     Hooks hooks_;

@@ -190,10 +190,11 @@ void SnippetStore::load() {
     }
 }
 
-void SnippetStore::setSnippets(std::vector<Snippet> snippets) {
+bool SnippetStore::setSnippets(std::vector<Snippet> snippets) {
     snippets_ = listOf(std::move(snippets));
-    save();
+    const bool saved = save();
     notify();
+    return saved;
 }
 
 SnippetList SnippetStore::effectiveSnippets() const {

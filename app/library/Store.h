@@ -66,8 +66,9 @@ public:
     /// The user's snippets, in their order.
     const std::vector<Snippet>& snippets() const { return *snippets_; }
 
-    /// Replaces the user's snippets, saves them and reports the effective list.
-    void setSnippets(std::vector<Snippet> snippets);
+    /// Replaces the user's snippets, saves them and reports the effective list; false when they
+    /// were not written (as save()).
+    bool setSnippets(std::vector<Snippet> snippets);
 
     /// One pack per folder under "sharedFolders", in that order; none without a loader.
     const std::vector<SharedPack>& shared() const { return shared_; }

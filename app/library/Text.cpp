@@ -254,4 +254,24 @@ std::string repairUtf8(std::string_view s) {
     return out;
 }
 
+std::string clip(std::string_view s, std::size_t characters) {
+    const std::vector<std::string_view> parts = graphemes(s);
+    if (parts.size() <= characters) {
+        return std::string(s);
+    }
+    // Cut at the last blank that leaves a word before it; mid-word only when there is none.
+    std::size_t keep = characters;
+    for (std::size_t i = characters + 1; i-- > 1;) {
+        if (isWhitespace(parts[i]) && !isWhitespace(parts[i - 1])) {
+            keep = i;
+            break;
+        }
+    }
+    if (keep == 0) {
+        return "\u2026";
+    }
+    const char* end = parts[keep - 1].data() + parts[keep - 1].size();
+    return std::string(s.data(), end) + "\u2026";
+}
+
 } // namespace quillet::text

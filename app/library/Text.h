@@ -56,6 +56,10 @@ std::string repairUtf8(std::string_view s);
 /// True when s is well-formed UTF-8.
 bool isValidUtf8(std::string_view s);
 
+/// s when it has at most `characters` characters; otherwise as many of its first words as fit
+/// (the first word cut short when even it does not), followed by "\u2026".
+std::string clip(std::string_view s, std::size_t characters);
+
 /// The value of an ASCII hexadecimal digit (either case); -1 for any other character.
 int hexDigit(char c);
 

@@ -13,6 +13,7 @@
 #include "shell/FormPanel.h"
 #include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
+#include "shell/SuggestionNotifier.h"
 #include "shell/Tray.h"
 #include "shell/UnlockDialog.h"
 
@@ -43,10 +44,14 @@ int runShell(int argc, char** argv) {
     PamOwnerAuth auth{UnlockDialog::prompt()};
     Appearance appearance(app);
     std::unique_ptr<Tray> tray;
+    std::unique_ptr<SuggestionNotifier> notifier;
     auto refreshTray = [&] {
         appearance.apply(preferences.text(Coordinator::appearanceKey).value_or("system"));
         if (tray) {
             tray->update();
+        }
+        if (notifier) {
+            notifier->update();
         }
     };
 
@@ -96,6 +101,7 @@ int runShell(int argc, char** argv) {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
     tray = std::make_unique<Tray>(coordinator, appearance, [] { QCoreApplication::quit(); });
+    notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
     coordinator.start();
     const int status = QApplication::exec();
 

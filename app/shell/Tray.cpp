@@ -1,5 +1,7 @@
 #include "shell/Tray.h"
 
+#include "library/Text.h"
+
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
@@ -47,6 +49,11 @@ Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function
     headline_->setFont(bold);
     std::tie(detailAction_, detail_) = label("Status detail");
     detail_->setForegroundRole(QPalette::PlaceholderText);
+    suggestionSeparator_ = menu_.addSeparator();
+    make_ = menu_.addAction(QString());
+    connect(make_, &QAction::triggered, this, [this] { coordinator_.acceptSuggestion(); });
+    notNow_ = menu_.addAction("Not now");
+    connect(notNow_, &QAction::triggered, this, [this] { coordinator_.dismissSuggestion(); });
     menu_.addSeparator();
     pause_ = menu_.addAction(QString());
     connect(pause_, &QAction::triggered, this,
@@ -72,6 +79,17 @@ void Tray::update() {
     headline_->setText(QString::fromStdString(status.headline));
     detail_->setText(QString::fromStdString(status.detail));
     detailAction_->setVisible(!status.detail.empty());
+    const auto& suggestion = coordinator_.suggestion();
+    for (QAction* action : {suggestionSeparator_, make_, notNow_}) {
+        action->setVisible(suggestion.has_value());
+    }
+    if (suggestion) {
+        // "&" would mark a mnemonic in a menu item's text.
+        const QString phrase = QString::fromStdString(text::clip(suggestion->expansion, 20));
+        make_->setText(QString("Make \u201C%1\u201D from \u201C%2\u201D")
+                           .arg(QString::fromStdString(suggestion->abbreviation), phrase)
+                           .replace('&', "&&"));
+    }
     pause_->setText(coordinator_.userPaused() ? "Resume expansion" : "Pause expansion");
     pause_->setEnabled(coordinator_.userPaused() || status.state == EngineStatus::State::running ||
                        status.state == EngineStatus::State::secureInput);

@@ -12,10 +12,10 @@
 
 namespace quillet {
 
-/// The tray icon and its menu: the status headline and detail, pausing and resuming expansion,
-/// quitting. Shows what the coordinator says and sends the user's choices back to it; holds no
-/// state of its own. The icon is a StatusNotifierItem where the desktop hosts those, an XEmbed
-/// icon otherwise (Qt picks).
+/// The tray icon and its menu: the status headline and detail, the retyped phrase waiting to
+/// become a snippet, pausing and resuming expansion, quitting. Shows what the coordinator says and
+/// sends the user's choices back to it; holds no state of its own. The icon is a StatusNotifierItem
+/// where the desktop hosts those, an XEmbed icon otherwise (Qt picks).
 class Tray final : public QObject {
 public:
     /// Shows coordinator's status, in the colours appearance says; quit ends the application.
@@ -43,6 +43,9 @@ private:
     QLabel* headline_;
     QLabel* detail_;
     QAction* detailAction_;
+    QAction* suggestionSeparator_;
+    QAction* make_;
+    QAction* notNow_;
     QAction* pause_;
     QAction* quit_;
     QSystemTrayIcon icon_;

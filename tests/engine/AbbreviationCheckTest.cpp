@@ -34,6 +34,31 @@ TEST(AbbreviationCheck, WarnsOfTheFirstAbbreviationThatStartsWithIt) {
               "Might expand inside words like \"bing\". Start it with ; or another symbol.");
 }
 
+TEST(AbbreviationCheck, AFreeAbbreviationNeitherFiresInsideAnotherNorHasOneFireInsideIt) {
+    struct Case {
+        std::vector<TakenAbbreviation> taken;
+        bool instant;
+        std::optional<std::string> free;
+        std::string proposed = ";tfyqr";
+    };
+    const Case cases[] = {
+        {{{";other", true}}, true, ";tfyqr"},
+        {{{";tfyqr", false}}, true, ";tfyqr2"}, // the taken one waits for a delimiter
+        {{{";tfyqr", false}, {";tfyqr2", true}}, true, ";tfyqr3"},
+        {{{";tfyqr", true}}, false, std::nullopt}, // it would fire on the way to every digit
+        {{{"fy", true}}, false, std::nullopt},     // inside, not only at the start
+        {{{";tfyqr2", false}}, true, ";tfyqr3"},   // the new one would fire inside it
+        {{{";tfyqr2", false}}, false, ";tfyqr"},
+        {{{"r", true}, {"qr", false}}, true, ";tfyqr"},          // at its end the longer one wins
+        {{{";tfyqr\u20DD", false}}, true, ";tfyqr"},             // r and its combining mark are one
+        {{{";e\u0301t", false}}, true, ";\u00E9t2", ";\u00E9t"}, // the same once composed
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(freeAbbreviation(c.proposed, c.taken, c.instant), c.free)
+            << c.taken.front().abbreviation << " " << c.instant;
+    }
+}
+
 TEST(AbbreviationCheck, ExampleIsTheShortestLowerCaseWordEndingInIt) {
     WordList words({"something", "Ring", "Ing's", "sing's", "k2ing", "\u00C9ring", "ring", "sing",
                     "ing", "", "bringing", "fiance\u0301", "\xE9t\xE9"});

@@ -1,11 +1,8 @@
 #include "entry/Coordinator.h"
 
+#include "library/LibraryFile.h"
 #include "library/RunLoop.h"
-#include "platform/fake/FakeDesktop.h"
-#include "platform/fake/FakeFileWatcher.h"
-#include "platform/fake/FakeOwnerAuth.h"
-#include "platform/fake/FakeSecretStore.h"
-#include "support/TempFolder.h"
+#include "support/CoordinatorHarness.h"
 
 #include <gtest/gtest.h>
 
@@ -14,48 +11,7 @@ namespace {
 
 using State = EngineStatus::State;
 
-// A coordinator over the fakes; the desktop appears only once `present` is set, as a display
-// would.
-struct Harness {
-    Harness() {
-        coordinator = std::make_unique<Coordinator>(
-            Coordinator::Parts{loop, preferences, watcher, secrets, auth,
-                               [this](std::string& why) -> std::unique_ptr<Desktop> {
-                                   if (!present) {
-                                       why = "There is no X display to listen to.";
-                                       return nullptr;
-                                   }
-                                   auto desktop = std::make_unique<FakeDesktop>();
-                                   desktop->keys_.refusal = refusal;
-                                   fake = desktop.get();
-                                   return desktop;
-                               },
-                               folders, [this](bool on) { startsWithSession.push_back(on); }},
-            Coordinator::Hooks{[this](const std::string& line) { log.push_back(line); },
-                               {},
-                               {},
-                               [this] { ++changes; }});
-    }
-
-    std::pair<std::string, std::string> shown() const {
-        return {coordinator->status().headline, coordinator->status().detail};
-    }
-
-    testing::TempFolder temp;
-    Folders folders = Folders::forHome(temp / "home", "", "");
-    JsonFilePreferences preferences{temp / "settings.json"};
-    RunLoop loop;
-    FakeFileWatcher watcher;
-    FakeSecretStore secrets;
-    FakeOwnerAuth auth;
-    bool present = false;
-    std::optional<std::string> refusal;
-    FakeDesktop* fake = nullptr;
-    std::vector<std::string> log;
-    int changes = 0;
-    std::vector<bool> startsWithSession;
-    std::unique_ptr<Coordinator> coordinator;
-};
+using Harness = testing::CoordinatorHarness<RunLoop>;
 
 TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     Harness h;
@@ -123,14 +79,76 @@ TEST(Coordinator, TheTrayShowsAWarningWhenStoppedADotForASuggestionAndTheTimeSav
 
     // The same phrase typed three times becomes a suggestion: a dot, until dismissed.
     h.coordinator->engine()->preferencesChanged();
-    for (int i = 0; i < 3; ++i) {
-        h.fake->keys_.type("see you very soon then");
-        h.fake->keys_.click();
-    }
+    h.retype("see you very soon then");
     ASSERT_TRUE(h.coordinator->suggestion().has_value());
     EXPECT_EQ(h.coordinator->trayLook().badge, TrayLook::Badge::suggestion);
     h.coordinator->dismissSuggestion();
     EXPECT_EQ(h.coordinator->trayLook().badge, TrayLook::Badge::none);
+}
+
+TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
+    Harness h;
+    h.runWithSuggestions();
+    const auto before = Harness::pairs(h.coordinator->store().snippets());
+    h.retype("see you very soon then");
+    ASSERT_EQ(h.coordinator->suggestion(),
+              (Repeats::Suggestion{";syvst", "see you very soon then", 3}));
+    const int changes = h.changes;
+    EXPECT_EQ(h.coordinator->acceptSuggestion(), ";syvst");
+    EXPECT_EQ(h.coordinator->suggestion(), std::nullopt);
+    EXPECT_EQ(h.coordinator->trayLook().badge, TrayLook::Badge::none);
+    EXPECT_GT(h.changes, changes) << "the tray hears that the dot went";
+
+    auto after = before;
+    after.emplace_back(";syvst", "see you very soon then");
+    EXPECT_EQ(Harness::pairs(h.coordinator->store().snippets()), after);
+    EXPECT_EQ(Harness::pairs(readLibrary(h.coordinator->store().location().libraryFile()).snippets),
+              after);
+    h.fake->executor_.steps.clear();
+    h.fake->keys_.type(";syvst");
+    Expander& engine = *h.coordinator->engine();
+    EXPECT_TRUE(h.loop.runUntil([&] { return engine.idle() && !h.fake->executor_.steps.empty(); },
+                                std::chrono::seconds(10)))
+        << "the engine has the new snippet";
+    EXPECT_EQ(h.coordinator->acceptSuggestion(), std::nullopt) << "nothing waits any more";
+}
+
+TEST(Coordinator, ASuggestionTakesAFreeAbbreviationAndNeverRepeatsASnippet) {
+    Harness h;
+    h.runWithSuggestions();
+    // Taken by another text that waits for a delimiter: a digit makes it free.
+    h.addSnippet(";syvst", "see you, very sincerely, Tom", TriggerMode::delimiter);
+    h.retype("see you very soon then");
+    ASSERT_TRUE(h.coordinator->suggestion());
+    EXPECT_EQ(h.coordinator->suggestion()->abbreviation, ";syvst2");
+    // Taken since it was offered: the next digit.
+    h.addSnippet(";syvst2", "elsewhere", TriggerMode::tab);
+    EXPECT_EQ(h.coordinator->acceptSuggestion(), ";syvst3");
+    EXPECT_EQ(h.coordinator->store().snippets().back().content, "see you very soon then");
+
+    // Not offered: what is already a snippet, what has no letters, what nothing free fits.
+    h.addSnippet(";tiol", "this is our last offer");
+    h.addSnippet(";wiu", "what is up");
+    for (std::string_view phrase :
+         {"this is our last offer", "1234 5678 9012 3456", "what is up with you"}) {
+        h.log.clear();
+        h.retype(phrase);
+        EXPECT_EQ(h.coordinator->suggestion(), std::nullopt) << phrase;
+        ASSERT_EQ(h.log.size(), 1u) << phrase;
+        EXPECT_EQ(h.log[0].find(phrase), std::string::npos) << "the log never holds the phrase";
+    }
+}
+
+TEST(Coordinator, TurningASuggestionDownAddsNothingAndForgetsThePhrase) {
+    Harness h;
+    h.runWithSuggestions();
+    const std::size_t count = h.coordinator->store().snippets().size();
+    h.retype("see you very soon then");
+    ASSERT_TRUE(h.coordinator->suggestion());
+    h.coordinator->dismissSuggestion();
+    EXPECT_EQ(h.coordinator->suggestion(), std::nullopt);
+    EXPECT_EQ(h.coordinator->store().snippets().size(), count);
+    EXPECT_EQ(h.coordinator->engine()->repeats().count("see you very soon then"), 0);
 }
 
 } // namespace

@@ -45,5 +45,18 @@ TEST(Text, GraphemesCategoriesCaseAndNormalForms) {
     EXPECT_FALSE(isValidUtf8("\xC0\xAF")); // overlong encodings are not UTF-8
 }
 
+TEST(Text, ClipKeepsWholeWordsAndWholeCharacters) {
+    const std::tuple<std::string_view, std::size_t, std::string_view> cases[] = {
+        {"Thanks for your quick reply", 27, "Thanks for your quick reply"},
+        {"Thanks for your quick reply", 12, "Thanks for\u2026"},
+        {"see you", 4, "see\u2026"},                    // the blank itself is not kept
+        {"Supercalifragilistic day", 5, "Super\u2026"}, // a first word too long is cut
+        {"e\u0301e\u0301e\u0301", 2, "e\u0301e\u0301\u2026"},
+    };
+    for (const auto& [s, characters, clipped] : cases) {
+        EXPECT_EQ(clip(s, characters), clipped) << s << " " << characters;
+    }
+}
+
 } // namespace
 } // namespace quillet::text

@@ -3,14 +3,9 @@
 // folder, the menu is photographed there.
 #include "shell/Tray.h"
 
-#include "library/RunLoop.h"
-#include "platform/fake/FakeDesktop.h"
-#include "platform/fake/FakeFileWatcher.h"
-#include "platform/fake/FakeOwnerAuth.h"
-#include "platform/fake/FakeSecretStore.h"
 #include "shell/QtScheduler.h"
 #include "support/ChildProcess.h"
-#include "support/TempFolder.h"
+#include "support/CoordinatorHarness.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -21,6 +16,16 @@
 
 namespace quillet {
 namespace {
+
+// The visible menu item with that text.
+QAction& item(const QMenu& menu, const QString& text) {
+    for (QAction* action : menu.actions()) {
+        if (action->isVisible() && action->text() == text) {
+            return *action;
+        }
+    }
+    throw std::runtime_error("no menu item " + text.toStdString());
+}
 
 // The menu as a user reads it: status labels as they are, items marked when unavailable.
 QStringList texts(const QMenu& menu) {
@@ -44,31 +49,14 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
                               {});
     ASSERT_TRUE(QTest::qWaitFor([] { return QSystemTrayIcon::isSystemTrayAvailable(); }, 10000));
 
-    testing::TempFolder temp;
-    QtScheduler scheduler;
-    JsonFilePreferences preferences{temp / "settings.json"};
-    FakeFileWatcher watcher;
-    FakeSecretStore secrets;
-    FakeOwnerAuth auth;
-    bool present = false;
-    FakeDesktop* fake = nullptr;
-    std::unique_ptr<Tray> tray;
-    Coordinator coordinator({scheduler, preferences, watcher, secrets, auth,
-                             [&](std::string& why) -> std::unique_ptr<Desktop> {
-                                 if (!present) {
-                                     why = "There is no X display to listen to.";
-                                     return nullptr;
-                                 }
-                                 auto desktop = std::make_unique<FakeDesktop>();
-                                 fake = desktop.get();
-                                 return desktop;
-                             },
-                             Folders::forHome(temp / "home", "", "")},
-                            {{}, {}, {}, [&] {
-                                 if (tray) {
-                                     tray->update();
-                                 }
-                             }});
+    std::unique_ptr<Tray> tray; // outlives the coordinator, which may report while it stops
+    testing::CoordinatorHarness<QtScheduler> h;
+    h.onStatus = [&] {
+        if (tray) {
+            tray->update();
+        }
+    };
+    Coordinator& coordinator = *h.coordinator;
     Appearance appearance(*qApp);
     tray = std::make_unique<Tray>(coordinator, appearance, [] {});
     for (auto badge :
@@ -84,16 +72,27 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
                            "Pause expansion (off)", "Quit Quillet"}));
     EXPECT_TRUE(tray->icon().toolTip().startsWith("Quillet\nNeeds typing access"));
 
-    present = true;
+    h.present = true;
     coordinator.refresh();
     EXPECT_EQ(texts(tray->menu()), (QStringList{"Ready", "Saved 0s over 0 expansions.",
                                                 "Pause expansion", "Quit Quillet"}));
-    tray->menu().actions()[3]->trigger(); // the pause item
+    item(tray->menu(), "Pause expansion").trigger();
     EXPECT_EQ(coordinator.status().state, EngineStatus::State::paused);
-    EXPECT_FALSE(fake->keys_.started());
+    EXPECT_FALSE(h.fake->keys_.started());
     EXPECT_EQ(texts(tray->menu())[2], "Resume expansion");
-    tray->menu().actions()[3]->trigger();
-    EXPECT_TRUE(fake->keys_.started());
+    item(tray->menu(), "Resume expansion").trigger();
+    EXPECT_TRUE(h.fake->keys_.started());
+
+    // A retyped phrase is offered until taken ("&" would mark a mnemonic, so it is doubled).
+    h.runWithSuggestions();
+    h.retype("fish & chips for tea tonight");
+    const QString make = "Make \u201C;fcftt\u201D from \u201C"
+                         "fish && chips for tea\u2026\u201D";
+    EXPECT_EQ(texts(tray->menu()), (QStringList{"Ready", "Saved 0s over 0 expansions.", make,
+                                                "Not now", "Pause expansion", "Quit Quillet"}));
+    item(tray->menu(), make).trigger();
+    EXPECT_EQ(h.coordinator->store().snippets().back().content, "fish & chips for tea tonight");
+    EXPECT_EQ(texts(tray->menu()).size(), 4);
 
     if (const char* folder = std::getenv("QUILLET_SCREENSHOTS")) {
         testing::runProcess({"/usr/bin/xsetroot", "-solid", "#4c566a"}, std::string());
