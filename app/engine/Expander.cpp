@@ -792,13 +792,33 @@ void Expander::loseWaiting() {
 
 // Carrying out a match ----------------------------------------------------------------------
 
-void Expander::perform(const Matcher::Match& match, std::int64_t erase) {
+bool Expander::insert(const Uuid& id) {
+    assert(scheduler_.isMainThread());
+    if (!all_) {
+        return false;
+    }
+    const auto found = std::find_if(all_->begin(), all_->end(),
+                                    [&id](const Snippet& snippet) { return snippet.id == id; });
+    if (found == all_->end() || found->archived || found->regex) {
+        return false;
+    }
+    refreshFront();
+    matcher_.clear();
+    clearUndo();
+    perform(Matcher::Match{found->abbreviation, found->content, "", 0, std::nullopt}, 0, &*found);
+    syncGrabs();
+    return true;
+}
+
+void Expander::perform(const Matcher::Match& match, std::int64_t erase, const Snippet* chosen) {
     hidePopup();
     auto pending = std::make_shared<Pending>(
         Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false, false, {}});
     ++preparing_;
-    const Snippet* snippet = nullptr;
-    if (match.key) {
+    const Snippet* snippet = chosen;
+    if (snippet != nullptr) {
+        // Chosen by the user, not matched: no scope or abbreviation to look up.
+    } else if (match.key) {
         auto found = patterns_.find(*match.key);
         snippet = found != patterns_.end() ? found->second : nullptr;
     } else {

@@ -195,6 +195,11 @@ public:
     /// Forgets every phrase the repeat detector counted.
     void forgetRepeats() { repeats_.forget(); }
 
+    /// Inserts the snippet with id at the caret of the application in front, as its
+    /// abbreviation would but with nothing to erase, whatever its scope (the search-and-paste
+    /// picker); false when there is no such snippet or it cannot stand alone (archived, a
+    /// regular expression).
+    bool insert(const Uuid& id);
     /// True when no expansion is being prepared or carried out.
     bool idle() const;
     /// The usage counts; the file follows within a second.
@@ -259,7 +264,7 @@ private:
     void syncGrabs();
     Matcher::Mode globalMode() const;
 
-    void perform(const Matcher::Match& match, std::int64_t erase);
+    void perform(const Matcher::Match& match, std::int64_t erase, const Snippet* chosen = nullptr);
     void unlock(std::shared_ptr<Pending> pending);
     void runScript(std::shared_ptr<Pending> pending, Snippet::Kind kind, std::string source);
     void proceed(std::shared_ptr<Pending> pending, std::string content);

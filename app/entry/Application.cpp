@@ -32,7 +32,7 @@ int runApplication() {
     Coordinator coordinator(
         {loop, preferences, watcher, secrets, auth,
          [&](std::string& why) { return Desktop::open(loop, preferences, logLine, why); }},
-        {logLine, {}, {}, {}});
+        {logLine, {}, {}, {}, {}, nullptr});
     coordinator.start();
     // Without a display there is nobody to type for; without a tray nobody to tell later.
     if (const auto state = coordinator.status().state;

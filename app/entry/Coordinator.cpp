@@ -69,6 +69,7 @@ Coordinator::Coordinator(Parts parts, Hooks hooks)
 void Coordinator::settingsChanged() {
     if (engine_) {
         engine_->preferencesChanged();
+        bindPickerShortcut();
     }
     const bool starts = parts_.preferences.isOn(startWithSessionKey);
     if (parts_.startWithSession && starts != startsWithSession_) {
@@ -90,6 +91,28 @@ Coordinator::~Coordinator() {
             desktop_->secureInput().stop();
         }
         engine_->stop();
+    }
+}
+
+void Coordinator::bindPickerShortcut() {
+    if (!desktop_ || !hooks_.openPicker) {
+        return;
+    }
+    const std::string stroke =
+        parts_.preferences.text(pickerShortcutKey).value_or(std::string(defaultPickerShortcut));
+    if (stroke == pickerShortcut_) {
+        return;
+    }
+    pickerShortcut_ = stroke;
+    if (stroke.empty()) {
+        desktop_->shortcut().unbind();
+        return;
+    }
+    std::string error;
+    if (desktop_->shortcut().bind(stroke, hooks_.openPicker, error)) {
+        log("search and paste: " + stroke);
+    } else {
+        log("search and paste has no shortcut: " + error);
     }
 }
 
@@ -125,6 +148,7 @@ void Coordinator::createEngine() {
         engine_->setAskForm(hooks_.askForm);
     }
     engine_->setPopup(hooks_.popup);
+    bindPickerShortcut();
     engine_->setOnRepeat([this](const Repeats::Suggestion& suggestion) { offer(suggestion); });
     engine_->update(store_.effectiveSnippets());
 }

@@ -68,6 +68,11 @@ public:
     /// The preference that starts Quillet with the desktop session.
     static constexpr std::string_view startWithSessionKey = "startWithSession";
 
+    /// The preference naming the key stroke that opens the search-and-paste picker.
+    static constexpr std::string_view pickerShortcutKey = "pickerShortcut";
+    /// The stroke when the preference is absent.
+    static constexpr std::string_view defaultPickerShortcut = "super+period";
+
     /// How often the status is refreshed.
     static constexpr std::chrono::seconds refreshEvery{2};
 
@@ -95,6 +100,8 @@ public:
         Expander::OnRepeat onRepeat;
         /// The status changed (and with it the tray).
         std::function<void()> statusChanged;
+        /// Opens the search-and-paste picker (its global shortcut was pressed).
+        std::function<void()> openPicker;
         /// The panel that lists matching snippets at the caret; must outlive the coordinator.
         MatchPopup* popup = nullptr;
     };
@@ -152,6 +159,7 @@ private:
     void log(const std::string& line) const;
     void secureInputChanged();
     void settingsChanged();
+    void bindPickerShortcut();
     void offer(Repeats::Suggestion suggestion);
     std::string place(Repeats::Suggestion& suggestion) const;
     void clearSuggestion();
@@ -170,6 +178,7 @@ private:
     bool userPaused_ = false;
     bool secureStarted_ = false;
     std::optional<bool> startsWithSession_;
+    std::string pickerShortcut_; // the stroke bound now; empty when none
     Scheduler::TimerId timer_ = 0;
     std::shared_ptr<Coordinator*> alive_;
 };

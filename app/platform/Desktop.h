@@ -3,6 +3,7 @@
 #include "engine/Caret.h"
 #include "engine/Executor.h"
 #include "engine/FrontApplication.h"
+#include "engine/GlobalShortcut.h"
 #include "engine/KeySource.h"
 #include "engine/SecureInput.h"
 #include "library/Preferences.h"
@@ -42,6 +43,9 @@ public:
 
     /// Where the focused application's text caret is.
     virtual Caret& caret() = 0;
+
+    /// The key stroke that calls Quillet from any application.
+    virtual GlobalShortcut& shortcut() = 0;
 
     /// The window that has the keyboard focus now, to give it back to later; 0 when none is
     /// known.

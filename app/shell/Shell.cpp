@@ -11,6 +11,7 @@
 #include "platform/linux/SignalQuit.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
+#include "shell/PickerWindow.h"
 #include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
 #include "shell/SuggestionNotifier.h"
@@ -19,6 +20,7 @@
 
 #include <QApplication>
 #include <QEventLoop>
+#include <QPointer>
 #include <QTimer>
 #include <memory>
 
@@ -79,6 +81,41 @@ int runShell(int argc, char** argv) {
             });
         });
     };
+    // The picker takes the focus; the chosen snippet goes to the window that was in front, once
+    // it has the focus back, through the engine like a typed abbreviation.
+    QPointer<PickerWindow> picker;
+    auto openPicker = [&running, &picker] {
+        Expander* engine = running->engine();
+        Desktop* desktop = running->desktop();
+        if (engine == nullptr || desktop == nullptr) {
+            return;
+        }
+        if (picker) {
+            picker->raise();
+            picker->activateWindow();
+            return;
+        }
+        const std::uint64_t window = desktop->focusedWindow();
+        Coordinator* coordinator = running;
+        picker = PickerWindow::pick(
+            coordinator->store().effectiveSnippets(), engine->usage(),
+            [coordinator, desktop, window](std::optional<Uuid> chosen) {
+                if (window == 0) {
+                    return;
+                }
+                desktop->refocus(window, [coordinator, chosen](bool back) {
+                    Expander* now = coordinator->engine();
+                    if (!chosen || now == nullptr) {
+                        return;
+                    }
+                    if (!back) {
+                        logLine("the window to paste into is gone: nothing inserted");
+                    } else if (!now->insert(*chosen)) {
+                        logLine("the chosen snippet is gone: nothing inserted");
+                    }
+                });
+            });
+    };
     std::error_code noPath;
     const Autostart autostart(Folders::current().config,
                               std::filesystem::read_symlink("/proc/self/exe", noPath));
@@ -92,7 +129,7 @@ int runShell(int argc, char** argv) {
                  logLine(error);
              }
          }},
-        {logLine, askForm, {}, refreshTray, &popup});
+        {logLine, askForm, {}, refreshTray, openPicker, &popup});
     running = &coordinator;
     refreshTray();
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
@@ -100,7 +137,8 @@ int runShell(int argc, char** argv) {
     } else {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
-    tray = std::make_unique<Tray>(coordinator, appearance, [] { QCoreApplication::quit(); });
+    tray = std::make_unique<Tray>(
+        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker);
     notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
     coordinator.start();
     const int status = QApplication::exec();

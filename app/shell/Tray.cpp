@@ -27,7 +27,8 @@ QIcon Tray::iconFor(TrayLook::Badge badge, bool darkPanel) {
     return QIcon(name + ".svg");
 }
 
-Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit)
+Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
+           std::function<void()> search)
     : coordinator_(coordinator), appearance_(appearance) {
     registerIcons();
     menu_.setObjectName("trayMenu");
@@ -58,6 +59,10 @@ Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function
     pause_ = menu_.addAction(QString());
     connect(pause_, &QAction::triggered, this,
             [this] { coordinator_.setPaused(!coordinator_.userPaused()); });
+    if (search) {
+        QAction* find = menu_.addAction("Search and Paste\u2026");
+        connect(find, &QAction::triggered, this, [search = std::move(search)] { search(); });
+    }
     menu_.addSeparator();
     quit_ = menu_.addAction("Quit Quillet");
     quit_->setShortcut(QKeySequence::Quit);

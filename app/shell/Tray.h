@@ -18,8 +18,10 @@ namespace quillet {
 /// where the desktop hosts those, an XEmbed icon otherwise (Qt picks).
 class Tray final : public QObject {
 public:
-    /// Shows coordinator's status, in the colours appearance says; quit ends the application.
-    Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit);
+    /// Shows coordinator's status, in the colours appearance says; quit ends the application,
+    /// search (when given) opens the search-and-paste picker.
+    Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
+         std::function<void()> search = {});
 
     /// Shows the status, badge and tooltip as they are now.
     void update();

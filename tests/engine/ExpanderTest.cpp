@@ -318,6 +318,27 @@ TEST(ExpanderPopup, WithoutACaretOrWithTheSettingOffNothingIsGrabbedOrListed) {
     EXPECT_EQ(popup.calls, Lines{});
 }
 
+TEST(ExpanderInsert, AChosenSnippetIsInsertedWithNothingErasedWhateverItsScope) {
+    Harness h;
+    const Snippet elsewhere = snippet(";w", "Hi {field:Name=Bob}{cursor}!", [](Snippet& s) {
+        s.scope = Snippet::Scope::only;
+        s.apps = {"Firefox"};
+    });
+    const Snippet nameless = snippet("", "No abbreviation");
+    const Snippet archived = snippet(";a", "A", [](Snippet& s) { s.archived = true; });
+    h.engine->update({elsewhere, nameless, archived});
+    h.keys.type(";");
+    EXPECT_TRUE(h.engine->insert(elsewhere.id));
+    h.settle();
+    EXPECT_EQ(h.executor.described(), (Lines{"finish", "insert \"Hi Bob!\"", "left 1", "finish"}));
+    h.executor.steps.clear();
+    EXPECT_TRUE(h.engine->insert(nameless.id));
+    h.settle();
+    EXPECT_EQ(h.executor.described(), (Lines{"insert \"No abbreviation\"", "finish"}));
+    EXPECT_FALSE(h.engine->insert(archived.id));
+    EXPECT_FALSE(h.engine->insert(Uuid::random()));
+}
+
 TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {
     Harness h;
     const Snippet dear =

@@ -55,6 +55,27 @@ TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     EXPECT_TRUE(h.fake->keys_.started());
 }
 
+TEST(Coordinator, ThePickersShortcutIsBoundOnceADesktopIsThereAndFollowsTheSetting) {
+    Harness h;
+    h.present = true;
+    h.coordinator->refresh();
+    FakeGlobalShortcut& shortcut = h.fake->shortcut_;
+    EXPECT_EQ(shortcut.bound, "super+period");
+    shortcut.press();
+    EXPECT_EQ(h.pickerOpened, 1);
+    h.preferences.setValue(Coordinator::pickerShortcutKey, std::string("ctrl+alt+space"));
+    h.watcher.trigger();
+    EXPECT_EQ(shortcut.bound, "ctrl+alt+space");
+    shortcut.refused = "ctrl+alt+k";
+    h.preferences.setValue(Coordinator::pickerShortcutKey, std::string("ctrl+alt+k"));
+    h.watcher.trigger();
+    EXPECT_EQ(h.log.back(),
+              "search and paste has no shortcut: Another application already uses ctrl+alt+k.");
+    h.preferences.setValue(Coordinator::pickerShortcutKey, std::string());
+    h.watcher.trigger();
+    EXPECT_EQ(shortcut.bound, "");
+}
+
 TEST(Coordinator, StartingWithTheSessionFollowsTheSetting) {
     Harness h;
     EXPECT_EQ(h.startsWithSession, std::vector<bool>{false}); // put right at start

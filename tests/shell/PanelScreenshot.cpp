@@ -1,17 +1,21 @@
-// Saves a picture of one of the floating panels: PanelScreenshot form|popup OUT.png [--dark].
+// Saves a picture of one of the floating panels: PanelScreenshot form|popup|picker OUT.png
+// [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
+#include "platform/fake/FakeCaret.h"
 #include "platform/fake/FakeMatchPopup.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
+#include "shell/PickerWindow.h"
 #include "shell/PopupPanel.h"
 
 #include <QApplication>
+#include <QLineEdit>
 #include <QTimer>
 #include <cstdio>
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s form|popup OUT.png [--dark]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s form|popup|picker OUT.png [--dark]\n", argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -35,6 +39,24 @@ int main(int argc, char** argv) {
             {});
         popup.select(1);
         shown = popup.window();
+    } else if (what == QStringLiteral("picker")) {
+        std::vector<quillet::Snippet> library;
+        for (auto [abbreviation, content] : std::vector<std::pair<const char*, const char*>>{
+                 {";addr", "1 Main Street, Springfield"},
+                 {";sig", "Best regards,\nAnn Baker"},
+                 {";mtg", "Meeting notes for {date}: attendees, decisions, next steps"},
+                 {"", "Kind regards, Ann"},
+                 {";tfyqr", "Thanks for your quick reply!"}}) {
+            quillet::Snippet s = quillet::Snippet::make();
+            s.abbreviation = abbreviation;
+            s.content = content;
+            library.push_back(std::move(s));
+        }
+        auto* picker = quillet::PickerWindow::pick(
+            std::make_shared<const std::vector<quillet::Snippet>>(std::move(library)), {},
+            [](auto) {});
+        picker->field()->setText(QStringLiteral("re"));
+        shown = picker;
     } else {
         const std::vector<quillet::Tokens::Field> fields{
             {"Client", {}},

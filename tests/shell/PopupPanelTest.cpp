@@ -1,5 +1,6 @@
 #include "shell/PopupPanel.h"
 
+#include "platform/fake/FakeCaret.h"
 #include "platform/fake/FakeMatchPopup.h"
 
 #include <QGuiApplication>

@@ -156,5 +156,38 @@ TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
     }
 }
 
+TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) {
+    QuilletProcess quillet({snippet(";addr", "1 Main Street"), snippet(";sig", "Best regards"),
+                            snippet("", "Kind regards, Ann")});
+    ASSERT_TRUE(quillet.listening()) << quillet.log();
+    ASSERT_TRUE(quillet.waitForLog("search and paste: super+period", 0)) << quillet.log();
+    TextWindow editor;
+    ASSERT_TRUE(editor.ready());
+    for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
+        SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
+        Typist typist(source);
+        editor.focus();
+        editor.clear();
+        typist.type("Dear ");
+        typist.key(XK_Super_L, true);
+        typist.tap(XK_period);
+        typist.key(XK_Super_L, false);
+        ASSERT_TRUE(focusMoves(typist, editor.window(), false)) << quillet.log();
+        typist.type("kind");
+        typist.tap(XK_Return);
+        EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann"), "Dear Kind regards, Ann");
+
+        // Escape gives the focus back and inserts nothing.
+        typist.key(XK_Super_L, true);
+        typist.tap(XK_period);
+        typist.key(XK_Super_L, false);
+        ASSERT_TRUE(focusMoves(typist, editor.window(), false)) << quillet.log();
+        typist.tap(XK_Escape);
+        ASSERT_TRUE(focusMoves(typist, editor.window(), true));
+        typist.type("!");
+        EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann!"), "Dear Kind regards, Ann!");
+    }
+}
+
 } // namespace
 } // namespace quillet

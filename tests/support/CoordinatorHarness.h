@@ -43,8 +43,12 @@ template <typename Loop> struct CoordinatorHarness {
                                    if (onStatus) {
                                        onStatus();
                                    }
-                               }});
+                               },
+                               [this] { ++pickerOpened; },
+                               nullptr});
     }
+
+    int pickerOpened = 0; ///< times the picker's shortcut was pressed
 
     /// The status's headline and detail.
     std::pair<std::string, std::string> shown() const {

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "platform/Desktop.h"
+#include "platform/fake/FakeCaret.h"
 #include "platform/fake/FakeExecutor.h"
 #include "platform/fake/FakeFrontApplication.h"
+#include "platform/fake/FakeGlobalShortcut.h"
 #include "platform/fake/FakeKeySource.h"
-#include "platform/fake/FakeMatchPopup.h"
 #include "platform/fake/FakePasteboard.h"
 #include "platform/fake/FakeSecureInput.h"
 
@@ -20,6 +21,7 @@ public:
     Pasteboard& pasteboard() override { return pasteboard_; }
     SecureInput& secureInput() override { return secure_; }
     Caret& caret() override { return caret_; }
+    GlobalShortcut& shortcut() override { return shortcut_; }
     std::uint64_t focusedWindow() override { return 1; }
     void refocus(std::uint64_t, std::function<void(bool)> done) override { done(refocusWorks); }
     void setOnClipboardChange(std::function<void()> changed) override {
@@ -32,6 +34,7 @@ public:
     FakePasteboard pasteboard_;
     FakeSecureInput secure_;
     FakeCaret caret_;
+    FakeGlobalShortcut shortcut_;
     bool refocusWorks = true;
 
 private:

@@ -35,12 +35,4 @@ public:
     std::vector<Matcher::Match> listed;
 };
 
-/// A caret at a place the test sets, or nowhere.
-class FakeCaret final : public Caret {
-public:
-    void locate(Found found) override { found(at); }
-
-    std::optional<ScreenRect> at;
-};
-
 } // namespace quillet

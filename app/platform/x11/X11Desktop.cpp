@@ -14,9 +14,12 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     desktop->focus_ = X11Connection::open(display, scheduler, error);
     desktop->clipboard_ = X11Clipboard::open(display, scheduler, error);
     desktop->grabWatch_ = X11Connection::open(display, scheduler, error);
-    if (!desktop->focus_ || !desktop->clipboard_ || !desktop->grabWatch_) {
+    desktop->shortcutConnection_ = X11Connection::open(display, scheduler, error);
+    if (!desktop->focus_ || !desktop->clipboard_ || !desktop->grabWatch_ ||
+        !desktop->shortcutConnection_) {
         return nullptr;
     }
+    desktop->shortcut_ = std::make_unique<X11GlobalShortcut>(*desktop->shortcutConnection_);
     desktop->typer_ = std::make_unique<X11Typer>(*desktop->typing_, desktop->own_);
     // Typing through a keyboard of its own lets Quillet hold every other one while it types.
     desktop->typer_->useKeyboard(X11OwnKeyboard::open(desktop->typing_->display()));
@@ -50,6 +53,7 @@ X11Desktop::~X11Desktop() {
     // The executor gives the user's clipboard back and the typer its spare keycodes before the
     // connections they use close.
     executor_.reset();
+    shortcut_.reset();
     secure_.reset();
     accessible_.reset();
     grabs_.reset();

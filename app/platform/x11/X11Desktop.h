@@ -8,6 +8,7 @@
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Executor.h"
 #include "platform/x11/X11FrontApplication.h"
+#include "platform/x11/X11GlobalShortcut.h"
 #include "platform/x11/X11KeySource.h"
 #include "platform/x11/X11SecureInput.h"
 #include "platform/x11/X11Typer.h"
@@ -37,6 +38,7 @@ public:
     /// Active while another client grabs the keyboard or a password field has the focus.
     SecureInput& secureInput() override { return *secure_; }
     Caret& caret() override { return *accessible_; }
+    GlobalShortcut& shortcut() override { return *shortcut_; }
     std::uint64_t focusedWindow() override { return front_->frontWindow(); }
     void refocus(std::uint64_t window, std::function<void(bool)> done) override {
         front_->refocus(static_cast<Window>(window), std::move(done));
@@ -59,6 +61,8 @@ private:
     std::unique_ptr<X11SecureInput> grabs_;
     std::unique_ptr<AtSpiFocus> accessible_;
     std::unique_ptr<AnySecureInput> secure_;
+    std::unique_ptr<X11Connection> shortcutConnection_;
+    std::unique_ptr<X11GlobalShortcut> shortcut_;
 };
 
 } // namespace quillet

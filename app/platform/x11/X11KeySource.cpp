@@ -1,6 +1,7 @@
 #include "platform/x11/X11KeySource.h"
 
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Locks.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xatom.h>
@@ -124,22 +125,6 @@ bool changesKeymap(const unsigned char* request, std::size_t size, int xkbOpcode
     return byName.load != 0;
 }
 
-// Every combination of the lock modifiers, so a grab holds whatever locks are on.
-std::vector<unsigned> lockCombinations(unsigned numLock, unsigned scrollLock) {
-    std::vector<unsigned> masks{0};
-    for (unsigned lock : {static_cast<unsigned>(LockMask), numLock, scrollLock}) {
-        if (lock == 0) {
-            continue;
-        }
-        const std::size_t n = masks.size();
-        for (std::size_t i = 0; i < n; ++i) {
-            if ((masks[i] & lock) == 0) {
-                masks.push_back(masks[i] | lock);
-            }
-        }
-    }
-    return masks;
-}
 
 } // namespace
 
