@@ -125,7 +125,6 @@ bool changesKeymap(const unsigned char* request, std::size_t size, int xkbOpcode
     return byName.load != 0;
 }
 
-
 } // namespace
 
 // RECORD calls back through a plain function with the source's slot, which is cleared when the
