@@ -1,16 +1,15 @@
 #include "shell/FormPanel.h"
 
+#include "shell/Present.h"
+
 #include <QCloseEvent>
-#include <QCursor>
 #include <QFormLayout>
 #include <QFrame>
-#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QScreen>
 #include <QScrollBar>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -92,20 +91,7 @@ QListWidget* choiceList(const Form::Row& row, QWidget* parent) {
 
 FormPanel* FormPanel::ask(const std::vector<Tokens::Field>& fields, Done done, QWidget* parent) {
     auto* panel = new FormPanel(fields, std::move(done), parent);
-    panel->adjustSize();
-    // Where the user is looking: the screen under the pointer, a little above its middle.
-    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
-    if (screen == nullptr) {
-        screen = QGuiApplication::primaryScreen();
-    }
-    if (screen != nullptr) {
-        const QRect area = screen->availableGeometry();
-        panel->move(area.center().x() - panel->width() / 2,
-                    area.top() + area.height() / 3 - panel->height() / 2);
-    }
-    panel->show();
-    panel->raise();
-    panel->activateWindow();
+    present(*panel);
     return panel;
 }
 

@@ -1,14 +1,12 @@
 #include "shell/PickerWindow.h"
 
 #include "library/SnippetSearch.h"
+#include "shell/Present.h"
 
 #include <QCloseEvent>
-#include <QCursor>
-#include <QGuiApplication>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QScreen>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -40,18 +38,7 @@ QString preview(const Snippet& snippet) {
 PickerWindow* PickerWindow::pick(SnippetList snippets, Usage usage, Done done) {
     auto* window = new PickerWindow(std::move(snippets), std::move(usage), std::move(done));
     window->setAttribute(Qt::WA_DeleteOnClose);
-    window->adjustSize();
-    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
-    if (screen == nullptr) {
-        screen = QGuiApplication::primaryScreen();
-    }
-    if (screen != nullptr) {
-        const QRect area = screen->availableGeometry();
-        window->move(area.center().x() - window->width() / 2, area.top() + area.height() / 4);
-    }
-    window->show();
-    window->raise();
-    window->activateWindow();
+    present(*window);
     window->field_->setFocus();
     return window;
 }

@@ -108,7 +108,7 @@ void SuggestionNotifier::notify(const Repeats::Suggestion& suggestion) {
     message << QString("Quillet") << id_ << QString("quillet") << summary(suggestion)
             << body(suggestion, capabilities_->contains("body-markup"))
             << QStringList{"make", "Make a snippet", "dismiss", "Not now"}
-            << QVariantMap{{"desktop-entry", QString("quillet")}} << -1;
+            << QVariantMap{{"desktop-entry", QString("example.quillet.Quillet")}} << -1;
     callAsync(this, message, [this, failed](QDBusPendingCall& call) {
         const QDBusPendingReply<uint> reply = call;
         if (reply.isError()) {
