@@ -58,7 +58,9 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
     };
     Coordinator& coordinator = *h.coordinator;
     Appearance appearance(*qApp);
-    tray = std::make_unique<Tray>(coordinator, appearance, [] {});
+    int searches = 0;
+    tray = std::make_unique<Tray>(
+        coordinator, appearance, [] {}, [&searches] { ++searches; });
     for (auto badge :
          {TrayLook::Badge::none, TrayLook::Badge::suggestion, TrayLook::Badge::warning}) {
         for (bool dark : {false, true}) {
@@ -69,13 +71,16 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
     EXPECT_TRUE(tray->icon().isVisible());
     EXPECT_EQ(texts(tray->menu()),
               (QStringList{"Needs typing access", "There is no X display to listen to.",
-                           "Pause expansion (off)", "Quit Quillet"}));
+                           "Pause expansion (off)", "Search and Paste\u2026", "Quit Quillet"}));
     EXPECT_TRUE(tray->icon().toolTip().startsWith("Quillet\nNeeds typing access"));
 
     h.present = true;
     coordinator.refresh();
-    EXPECT_EQ(texts(tray->menu()), (QStringList{"Ready", "Saved 0s over 0 expansions.",
-                                                "Pause expansion", "Quit Quillet"}));
+    EXPECT_EQ(texts(tray->menu()),
+              (QStringList{"Ready", "Saved 0s over 0 expansions.", "Pause expansion",
+                           "Search and Paste\u2026", "Quit Quillet"}));
+    item(tray->menu(), "Search and Paste\u2026").trigger();
+    EXPECT_EQ(searches, 1);
     item(tray->menu(), "Pause expansion").trigger();
     EXPECT_EQ(coordinator.status().state, EngineStatus::State::paused);
     EXPECT_FALSE(h.fake->keys_.started());
@@ -88,11 +93,12 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
     h.retype("fish & chips for tea tonight");
     const QString make = "Make \u201C;fcftt\u201D from \u201C"
                          "fish && chips for tea\u2026\u201D";
-    EXPECT_EQ(texts(tray->menu()), (QStringList{"Ready", "Saved 0s over 0 expansions.", make,
-                                                "Not now", "Pause expansion", "Quit Quillet"}));
+    EXPECT_EQ(texts(tray->menu()),
+              (QStringList{"Ready", "Saved 0s over 0 expansions.", make, "Not now",
+                           "Pause expansion", "Search and Paste\u2026", "Quit Quillet"}));
     item(tray->menu(), make).trigger();
     EXPECT_EQ(h.coordinator->store().snippets().back().content, "fish & chips for tea tonight");
-    EXPECT_EQ(texts(tray->menu()).size(), 4);
+    EXPECT_EQ(texts(tray->menu()).size(), 5);
 
     if (const char* folder = std::getenv("QUILLET_SCREENSHOTS")) {
         testing::runProcess({"/usr/bin/xsetroot", "-solid", "#4c566a"}, std::string());
