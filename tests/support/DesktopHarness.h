@@ -3,9 +3,8 @@
 #include "support/ChildProcess.h"
 #include "support/Snippets.h"
 #include "support/TempFolder.h"
+#include "support/X11Clients.h"
 
-#include <X11/Xlib.h>
-#include <X11/extensions/XInput.h>
 #include <chrono>
 #include <csignal>
 #include <memory>
@@ -14,41 +13,6 @@
 #include <vector>
 
 namespace quillet::testing {
-
-/// The user's hands on a real X server. Keys come either from
-/// the server's own keyboard device, so they look like a physical keyboard's, or from XTEST's
-/// virtual keyboard, as on-screen keyboards, remote desktops and automation tools send them.
-class Typist {
-public:
-    /// Where the key presses come from.
-    enum class Source { keyboard, xtest };
-
-    /// Connects to $DISPLAY; throws when the server has no usable keyboard device.
-    explicit Typist(Source source = Source::keyboard);
-    ~Typist();
-    Typist(const Typist&) = delete;
-    Typist& operator=(const Typist&) = delete;
-
-    /// Types text character by character, pause between key strokes.
-    void type(std::string_view text,
-              std::chrono::milliseconds pause = std::chrono::milliseconds(8));
-    /// Presses and releases one key, with Shift held when asked.
-    void tap(KeySym key, bool shift = false);
-    /// Presses (down) or releases one key.
-    void key(KeySym key, bool down);
-    /// Waits until the server has handled everything sent.
-    void sync();
-
-    Display* display() const { return display_; }
-
-private:
-    unsigned code(KeySym key, bool& shift);
-    void send(unsigned keycode, bool down);
-
-    Display* display_ = nullptr;
-    XDevice* keyboard_ = nullptr;
-    bool xtest_ = false;
-};
 
 /// The test window (tests/support/textwindow): an editor that reports its text.
 class TextWindow {
