@@ -130,8 +130,3 @@ TEST_F(SecretServiceStoreTest, LockedSnippetsKeepTheirTextUnderTheirUpperCaseId)
 
 } // namespace
 } // namespace quillet
-
-int main(int argc, char** argv) {
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
