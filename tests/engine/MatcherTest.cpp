@@ -38,11 +38,13 @@ TEST(MatcherSnippets, FiringRules) {
                          df = {{"df", "D"}};
     const Matcher::Modes delimited = {{"brb", Mode::delimiter}}, tab = {{"df", Mode::tab}};
     constexpr Mode instant = Mode::instant, delimiter = Mode::delimiter;
+    const std::map<std::string, std::string> issue = {{"#(\\d+)", "Issue $1"}};
     const struct {
         Matcher::Table snippets;
         Matcher::Modes modes;
         Mode global;
         std::string typed, expected;
+        std::map<std::string, std::string> patterns = {};
     } cases[] = {
         {{{";sig", "S"}}, {}, instant, "abc;sig", ";sig>S [] 3"}, // erases all but the last
         {ab, {}, instant, ";ab", "-"},                            // the shorter fired first
@@ -58,10 +60,27 @@ TEST(MatcherSnippets, FiringRules) {
         {{{";thanks", "T"}}, {}, instant, ";Thanks", "-"},                // case-sensitive
         {{{"ty", "T"}}, {}, instant, "party", "ty>T [] 1"},               // no word boundary
         {{{";x", "X"}}, {{";x", instant}}, delimiter, ";x", ";x>X [] 1"}, // its own trigger wins
+        // Patterns follow the global mode only.
+        {{}, {}, delimiter, "#42", "-", issue},
+        {{}, {}, delimiter, "#42.", "#42>Issue 42 [.] 2 #(\\d+)", issue},
+        {{}, {}, delimiter, "#42\t", "-", issue},
+        // Replacement templates: groups by number or name, escapes, unknowns kept.
+        {{},
+         {},
+         instant,
+         "ab=",
+         "ab=>ab=|ba|$1|$9|${x}|$ [] 2 (\\w)(\\w)=",
+         {{"(\\w)(\\w)=", "$0|$2$1|\\$1|$9|${x}|$"}}},
+        {{}, {}, instant, "7+", "7+>77 [] 1 (?<n>\\d)\\+", {{"(?<n>\\d)\\+", "${n}${n}"}}},
+        // The required literal counts from where it was typed until it scrolls out.
+        {{}, {}, instant, "#xyyyz", "#xyyyz>found [] 5 #x.*z", {{"#x.*z", "found"}}},
+        {{}, {}, instant, "#x" + std::string(70, 'y') + "z", "-", {{"#x.*z", "found"}}},
     };
     for (const auto& c : cases) {
         Matcher m;
         m.setSnippets(c.snippets, c.modes);
+        m.setPatterns(c.patterns);
+        m.compile();
         m.setMode(c.global);
         EXPECT_EQ(shown(type(m, c.typed)), c.expected) << c.typed;
         if (c.expected != "-") {
@@ -126,35 +145,6 @@ TEST(MatcherPatterns, FirstSortedPatternWinsWithItsTemplate) {
     m.setPatterns({{"[a-z]+!", "loud"}});
     m.compile();
     EXPECT_EQ(type(m, "1 hello!"), (Match{"hello!", "loud", "", 5, "[a-z]+!"}));
-}
-
-TEST(MatcherPatterns, FollowTheGlobalModeOnly) {
-    Matcher m;
-    m.setMode(Mode::delimiter);
-    m.setPatterns({{"#(\\d+)", "Issue $1"}});
-    m.compile();
-    EXPECT_FALSE(type(m, "#42"));
-    EXPECT_EQ(m.feed("."), (Match{"#42", "Issue 42", ".", 2, "#(\\d+)"}));
-    type(m, "#42");
-    EXPECT_FALSE(m.fire(Mode::tab, ""));
-}
-
-TEST(MatcherPatterns, ReplacementTemplateRules) {
-    Matcher m;
-    m.setPatterns({{"(\\w)(\\w)=", "$0|$2$1|\\$1|$9|${x}|$"}, {"(?<n>\\d)\\+", "${n}${n}"}});
-    m.compile();
-    EXPECT_EQ(type(m, "ab=")->expansion, "ab=|ba|$1|$9|${x}|$");
-    EXPECT_EQ(type(m, "7+")->expansion, "77");
-}
-
-TEST(MatcherPatterns, LiteralSeenEarlierCountsUntilItScrollsOut) {
-    Matcher m;
-    m.setPatterns({{"#x.*z", "found"}});
-    m.compile();
-    type(m, "#x");
-    EXPECT_EQ(type(m, "yyyz")->abbreviation, "#xyyyz");
-    type(m, "#x" + std::string(70, 'y'));
-    EXPECT_FALSE(m.feed("z"));
 }
 
 TEST(MatcherExtras, WordStartShadowingAndOrder) {
