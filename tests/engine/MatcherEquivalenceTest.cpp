@@ -1,5 +1,6 @@
 // The indexed matcher against the plain linear scan, on random libraries and key streams.
-// Small alphabets make abbreviations collide, nest and overlap far more often than real ones.
+// Small alphabets make abbreviations collide, nest and overlap far more often than real ones;
+// this one also joins and composes characters, and long streams overflow the buffer.
 #include "engine/Matcher.h"
 #include "support/ReferenceMatcher.h"
 

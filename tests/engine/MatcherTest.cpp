@@ -89,47 +89,6 @@ TEST(MatcherSnippets, FiringRules) {
     }
 }
 
-TEST(MatcherBuffer, KeepsTheLastSixtyFourCharacters) {
-    Matcher m;
-    std::string typed;
-    for (int i = 0; i < 100; ++i) {
-        typed += static_cast<char>('a' + i % 26);
-    }
-    type(m, typed);
-    EXPECT_EQ(m.buffer(), typed.substr(36));
-
-    // Counted in user-perceived characters: a family emoji is seven code points.
-    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
-    for (int i = 0; i < 70; ++i) {
-        type(m, family);
-    }
-    type(m, "e\u0301"); // the accent, typed separately, joins the e
-    EXPECT_EQ(m.bufferLength(), 64);
-    EXPECT_TRUE(m.buffer().ends_with(family + "e\u0301"));
-
-    // Regional indicators pair up as they are typed: two flags, not four characters.
-    m.clear();
-    type(m, "\U0001F1FA\U0001F1F8\U0001F1EB\U0001F1F7");
-    EXPECT_EQ(m.bufferLength(), 2);
-}
-
-TEST(MatcherGraphemes, AbbreviationsCompareAsWholeCanonicalCharacters) {
-    Matcher m;
-    m.setSnippets({{":\U0001F44D", "thumbs"}, {"caf\u00E9", "coffee"}, {"\u0301", "accent"}},
-                  {{"\u0301", Mode::delimiter}});
-    auto thumbs = type(m, "x:\U0001F44D");
-    ASSERT_TRUE(thumbs);
-    EXPECT_EQ(thumbs->onScreen, 1);
-    // e + combining acute is canonically the precomposed abbreviation.
-    auto cafe = type(m, "cafe\u0301");
-    ASSERT_TRUE(cafe);
-    EXPECT_EQ(cafe->abbreviation, "caf\u00E9");
-    EXPECT_EQ(cafe->onScreen, 3);
-    // A bare accent never matches half of the character it joined.
-    type(m, "ne\u0301");
-    EXPECT_FALSE(m.feed(" "));
-}
-
 TEST(MatcherPatterns, FirstSortedPatternWinsWithItsTemplate) {
     Matcher m;
     type(m, "see #42"); // typed before the pattern exists, so "#4" has not fired on its own
