@@ -3,7 +3,6 @@
 #include "library/LibraryFile.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace quillet::testing {
 
@@ -61,21 +60,6 @@ std::optional<std::string> TextWindow::answer(const std::string& command,
     return std::nullopt;
 }
 
-std::string TextWindow::html() {
-    auto json = answer("html", "html ");
-    return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
-}
-
-void TextWindow::clear() {
-    answer("clear", "ok");
-    current_.clear();
-    changes_.clear();
-}
-
-void TextWindow::focus() {
-    answer("focus", "ok");
-}
-
 std::string TextWindow::waitFor(const std::string& expected, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (current_ != expected && std::chrono::steady_clock::now() < deadline) {
@@ -102,12 +86,6 @@ QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::s
                                            {"XDG_DATA_HOME", data.string()},
                                            {"XDG_CONFIG_HOME", config.string()}});
     listening_ = process_->waitForError("listening", 20s);
-}
-
-void QuilletProcess::writeSettings(const std::string& settings) {
-    const auto file = home_ / "config" / "quillet" / "settings.json";
-    writeText(file.string() + ".new", settings);
-    std::filesystem::rename(file.string() + ".new", file);
 }
 
 } // namespace quillet::testing

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,11 +25,18 @@ public:
     /// True once the window is up.
     bool ready() const { return window_ != 0; }
     /// The editor's content as HTML.
-    std::string html();
+    std::string html() {
+        auto json = answer("html", "html ");
+        return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
+    }
     /// Empties the editor.
-    void clear();
+    void clear() {
+        answer("clear", "ok");
+        current_.clear();
+        changes_.clear();
+    }
     /// Gives the window the keyboard focus again.
-    void focus();
+    void focus() { answer("focus", "ok"); }
     /// Waits until the text equals expected; the last text seen when it never did.
     std::string waitFor(const std::string& expected,
                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
@@ -66,7 +74,11 @@ public:
         return process_->waitForError(text, std::chrono::seconds(5), from);
     }
     /// Replaces its settings file by renaming, as the application and editors do.
-    void writeSettings(const std::string& settings);
+    void writeSettings(const std::string& settings) {
+        const auto file = home_ / "config" / "quillet" / "settings.json";
+        writeText(file.string() + ".new", settings);
+        std::filesystem::rename(file.string() + ".new", file);
+    }
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
     /// Its process id.
