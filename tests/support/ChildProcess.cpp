@@ -1,5 +1,6 @@
 #include "support/ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -158,50 +159,40 @@ bool LiveProcess::fill(std::chrono::milliseconds timeout) {
     return got;
 }
 
-std::optional<std::string> LiveProcess::readLine(std::chrono::milliseconds timeout) {
+bool LiveProcess::fillUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
-        if (auto end = outBuffer_.find('\n'); end != std::string::npos) {
-            std::string line = outBuffer_.substr(0, end);
-            outBuffer_.erase(0, end + 1);
-            return line;
-        }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            return std::nullopt;
-        }
-        fill(left);
-    }
-}
-
-bool LiveProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout,
-                               std::size_t from) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (err_.find(text, from) == std::string::npos) {
+    while (!done()) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             return false;
         }
-        fill(left);
+        fill(std::min(left, std::chrono::milliseconds(10))); // a child that ended closes nothing
     }
     return true;
 }
 
+std::optional<std::string> LiveProcess::readLine(std::chrono::milliseconds timeout) {
+    if (!fillUntil([&] { return outBuffer_.find('\n') != std::string::npos; }, timeout)) {
+        return std::nullopt;
+    }
+    const std::size_t end = outBuffer_.find('\n');
+    std::string line = outBuffer_.substr(0, end);
+    outBuffer_.erase(0, end + 1);
+    return line;
+}
+
+bool LiveProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout,
+                               std::size_t from) {
+    return fillUntil([&] { return err_.find(text, from) != std::string::npos; }, timeout);
+}
+
 int LiveProcess::stop(int signal, std::chrono::milliseconds timeout) {
-    if (pid_ <= 0 || status_ >= 0) {
-        return pid_ <= 0 ? -1 : status_;
+    if (pid_ > 0 && status_ < 0) {
+        ::kill(pid_, signal);
+        fillUntil([&] { return !running(); }, timeout); // reading keeps the pipes from filling
     }
-    ::kill(pid_, signal);
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (!running()) {
-            return status_;
-        }
-        fill(std::chrono::milliseconds(10)); // keep the pipes from filling up
-    }
-    return -1;
+    return pid_ > 0 ? status_ : -1;
 }
 
 } // namespace quillet::testing

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -66,6 +67,8 @@ private:
     friend ProcessResult runProcess(const std::vector<std::string>&, const ProcessOptions&);
     // Reads what either output has within timeout; false when nothing came.
     bool fill(std::chrono::milliseconds timeout);
+    // Reads until done, or for timeout at most; done's answer.
+    bool fillUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
 
     int pid_ = -1, startError_ = 0, status_ = -1;
     int in_ = -1, out_ = -1, errFd_ = -1; // -1 once closed

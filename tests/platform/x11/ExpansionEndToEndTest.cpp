@@ -43,23 +43,22 @@ std::vector<Snippet> library() {
     };
 }
 
+// Quillet, the editor it types into, and the user's keyboards, for the whole suite.
+struct Session {
+    Session() {
+        std::filesystem::create_directories(quillet.home() / "data/quillet/images");
+        testing::writeText(quillet.home() / "data/quillet/images/dot.png", png);
+    }
+    Typist keyboard, automation{Typist::Source::xtest};
+    QuilletProcess quillet{library()};
+    TextWindow editor;
+};
+
 // Every case runs with keys from the server's own keyboard and from XTEST's virtual one.
 class EndToEnd : public ::testing::TestWithParam<Typist::Source> {
 protected:
-    static void SetUpTestSuite() {
-        keyboard = new Typist;
-        automation = new Typist(Typist::Source::xtest);
-        quillet = new QuilletProcess(library());
-        std::filesystem::create_directories(quillet->home() / "data/quillet/images");
-        testing::writeText(quillet->home() / "data/quillet/images/dot.png", png);
-        editor = new TextWindow;
-    }
-    static void TearDownTestSuite() {
-        delete editor;
-        delete quillet;
-        delete keyboard;
-        delete automation;
-    }
+    static void SetUpTestSuite() { session = std::make_unique<Session>(); }
+    static void TearDownTestSuite() { session.reset(); }
     void SetUp() override {
         ASSERT_TRUE(testing::xlibThreads); // the clipboard case's other client has a thread
         ASSERT_TRUE(quillet->listening()) << quillet->log();
@@ -77,11 +76,9 @@ protected:
         }
     }
 
-    // The typist of this run's key source; the keyboard for cases written without one.
+    // The typist of this run's key source.
     Typist* typist() const {
-        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        const bool sourced = test != nullptr && test->value_param() != nullptr;
-        return sourced && GetParam() == Typist::Source::xtest ? automation : keyboard;
+        return GetParam() == Typist::Source::xtest ? &session->automation : &session->keyboard;
     }
 
     // Types keys and expects the editor's text to become text.
@@ -91,16 +88,10 @@ protected:
         EXPECT_EQ(editor->waitFor(text, patience), text) << "after typing " << keys;
     }
 
-    static Typist* keyboard;
-    static Typist* automation;
-    static QuilletProcess* quillet;
-    static TextWindow* editor;
+    static inline std::unique_ptr<Session> session;
+    QuilletProcess* const quillet = &session->quillet;
+    TextWindow* const editor = &session->editor;
 };
-
-Typist* EndToEnd::keyboard = nullptr;
-Typist* EndToEnd::automation = nullptr;
-QuilletProcess* EndToEnd::quillet = nullptr;
-TextWindow* EndToEnd::editor = nullptr;
 
 TEST_P(EndToEnd, EachTriggerModeExpandsAndLeavesNothingOfTheAbbreviation) {
     typeSee(";sig", "Best regards,\nAnn");
