@@ -20,7 +20,11 @@ Form::Outcome pressAll(Form& form, const std::vector<Key>& keys) {
     return outcome;
 }
 
-TEST(Form, UntouchedFormGivesEveryFieldItsDefault) {
+TEST(Form, UntouchedFormGivesEveryFieldItsDefaultAndEscapeCancelsWhateverWasEntered) {
+    Form edited({day, name});
+    edited.setText(1, "Ann");
+    EXPECT_EQ(pressAll(edited, {Key::down, Key::tab, Key::escape}), Form::Outcome::cancelled);
+
     Form form({day, name, {"Greeting", {"Hello"}}, {"Only", {"#Nothing to pick"}}, time});
     EXPECT_EQ(form.press(Key::enter), Form::Outcome::done);
     EXPECT_EQ(form.values(), (Expansion::Values{{"Day", "Monday"},
@@ -67,12 +71,6 @@ TEST(Form, TabWrapsAndNextIsHintedOnlyWithSeveralFields) {
         focus.push_back(three.focus());
     }
     EXPECT_EQ(focus, (std::vector<std::size_t>{1, 2, 0, 1}));
-}
-
-TEST(Form, EscapeCancelsWhateverWasEntered) {
-    Form form({day, name});
-    form.setText(1, "Ann");
-    EXPECT_EQ(pressAll(form, {Key::down, Key::tab, Key::escape}), Form::Outcome::cancelled);
 }
 
 TEST(Form, SortedChoicesAreCollatedUnderEachHeadingInTheLocale) {
