@@ -13,7 +13,6 @@
 #include "support/TempFolder.h"
 
 #include <gtest/gtest.h>
-#include <random>
 
 namespace quillet {
 namespace {
@@ -31,10 +30,12 @@ struct Harness {
         : preferences(std::move(settings)), keys(swallows) {
         engine = std::make_unique<Expander>(
             Expander::Platform{keys, executor, front, loop, &secure},
-            Expander::Services{preferences, location, &usageFile, &locked, &history});
+            Expander::Services{preferences, location, &usageFile, &lockedSnippets, &history});
         keys.holding = [this] { return executor.holding; };
         std::string error;
         EXPECT_TRUE(engine->start(error)) << error;
+        fs::create_directories(location.imagesFolder());
+        testing::writeText(location.imagesFolder() / "logo.png", "\x89PNG\r\n\x1A\nrest");
     }
 
     // Waits until the engine has nothing under way.
@@ -50,6 +51,25 @@ struct Harness {
         return executor.described();
     }
 
+    // Completes the intentions one at a time, as a slow platform would; all of them so far.
+    Lines completeEach() {
+        while (executor.completeNext()) {
+            loop.runFor(1ms);
+        }
+        settle();
+        return executor.described();
+    }
+
+    // A locked snippet whose text is in the secret store.
+    Snippet locked(std::string abbreviation, std::string text, bool regex = false) {
+        Snippet s = snippet(std::move(abbreviation), "", [&](Snippet& x) {
+            x.locked = true;
+            x.regex = regex;
+        });
+        secrets.items[{std::string(LockedSnippets::service), s.id.text()}] = std::move(text);
+        return s;
+    }
+
     testing::TempFolder temp;
     Folders folders = Folders::forHome(temp / "home", "", "");
     MemoryPreferences preferences;
@@ -62,7 +82,7 @@ struct Harness {
     RunLoop loop;
     FakeSecretStore secrets;
     FakeOwnerAuth auth;
-    LockedSnippets locked{secrets, auth};
+    LockedSnippets lockedSnippets{secrets, auth};
     FakePasteboard pasteboard;
     ClipboardHistory history{pasteboard};
     std::unique_ptr<Expander> engine;
@@ -102,6 +122,11 @@ TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
     const Snippet keys = snippet(";k", "a{key:cmd+shift+k}b{key:enter}");
     const Snippet fields = snippet(";f", "Hi {field:Name=Bob}{choice:Day=#Pick|Mon|Tue}");
     const Snippet mark = snippet(";c", "x{cursor}y{key:tab}z");
+    const Snippet js = snippet(";js", "'sum ' + (1 + 1) + '{cursor}!'",
+                               [](Snippet& s) { s.kind = Snippet::Kind::javascript; });
+    const Snippet sh = snippet(";sh", "echo hi", [](Snippet& s) { s.kind = Snippet::Kind::shell; });
+    const Snippet logo = snippet(";logo", "", [](Snippet& s) { s.image = "logo.png"; });
+    const Snippet two = snippet(";two", "a{key:tab}b", [](Snippet& s) { s.image = "logo.png"; });
     const char* delimiter = R"({"triggerMode": "delimiter"})";
     const struct {
         const char* keys;
@@ -150,6 +175,13 @@ TEST(ExpanderEvents, EachKeySequenceLeadsToItsIntentions) {
         // A key press loses the caret mark before it.
         {";c", {mark}, "{}", R"(erase 1 | insert "xy" | press tab | insert "z" | finish)"},
         {";m", {md}, "{}", R"(erase 1 | insert "**hi**" +html | finish)"},
+        // A script's output is a template; shell scripts run only when allowed.
+        {";js", {js}, "{}", R"(erase 2 | insert "sum 2!" | left 1 | finish)"},
+        {";sh", {sh}, "{}", ""},
+        {";sh", {sh}, R"({"allowScripts": true})", R"(erase 2 | insert "hi" | finish)"},
+        // A picture is pasted once, even without text.
+        {";logo", {logo}, "{}", "erase 4 | insert image/png | finish"},
+        {";two", {two}, "{}", R"(erase 3 | insert image/png | press tab | insert "b" | finish)"},
     };
     for (const auto& c : cases) {
         for (bool swallows : {false, true}) {
@@ -369,27 +401,21 @@ TEST(ExpanderUndo, EscapeRightAfterAnExpansionRestoresWhatWasTyped) {
         EXPECT_EQ(h.typed("\x1b"), Lines{});
     }
     EXPECT_EQ(h.engine->usage().uses.at(dear.id).count, 2);
-}
 
-TEST(ExpanderUndo, NoUndoWhenKeysWerePressedOrTheUserTypedOn) {
-    Harness h;
-    h.engine->update({snippet(";k", "a{key:return}b"), snippet(";s", "Slow")});
+    // No undo after a key press, which leaves the screen unknown, or when the user typed on
+    // while the plan ran: the key landed somewhere in it.
+    h.engine->update({dear, snippet(";k", "a{key:return}b")});
     h.typed(";k");
-    EXPECT_FALSE(h.engine->pendingUndo()); // a key press leaves the screen unknown
+    EXPECT_FALSE(h.engine->pendingUndo());
     EXPECT_TRUE(h.engine->counted() == std::nullopt);
-
-    // Typing on while the plan runs: the key lands somewhere in it.
     h.executor.completeAtOnce = false;
-    h.keys.type(";s");
+    h.keys.type("dear ");
     h.executor.completeNext(); // the keyboard is held
     h.loop.runFor(1ms);
     ASSERT_TRUE(h.engine->pendingUndo());
     h.keys.type("x");
     EXPECT_FALSE(h.engine->pendingUndo());
-    while (h.executor.completeNext()) {
-        h.loop.runFor(1ms);
-    }
-    h.settle();
+    h.completeEach();
 }
 
 TEST(ExpanderSteps, EachIntentionWaitsForThePreviousOneAndExpansionsQueue) {
@@ -407,10 +433,9 @@ TEST(ExpanderSteps, EachIntentionWaitsForThePreviousOneAndExpansionsQueue) {
         h.executor.completeNext();
         h.loop.runFor(1ms);
     }
-    h.settle();
     // ";b" was typed while the keyboard was held: only its ';' reached the application.
-    EXPECT_EQ(h.executor.described(), (Lines{"erase 2", "insert \"A\"", "press tab", "insert \"B\"",
-                                             "finish", "erase 1", "insert \"Bee\"", "finish"}));
+    EXPECT_EQ(h.completeEach(), (Lines{"erase 2", "insert \"A\"", "press tab", "insert \"B\"",
+                                       "finish", "erase 1", "insert \"Bee\"", "finish"}));
 }
 
 TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
@@ -465,19 +490,11 @@ TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
 
 TEST(ExpanderAsync, LockedSnippetsExpandOnlyOnceTheOwnerConfirms) {
     Harness h;
-    Snippet bank = snippet(";bank", "", [](Snippet& s) { s.locked = true; });
-    h.secrets.items[{std::string(LockedSnippets::service), bank.id.text()}] = "IBAN {cursor}X";
-    h.engine->update({bank});
+    // A locked pattern fills in its groups once its text is known.
+    h.engine->update(
+        {h.locked(";bank", "IBAN {cursor}X"), h.locked("#(\\d+)!", "Ticket $1", true)});
     EXPECT_EQ(h.typed(";bank"), (Lines{"erase 5", "insert \"IBAN X\"", "left 1", "finish"}));
     EXPECT_EQ(h.auth.reasons, Lines{pasteReason(";bank")});
-
-    // A locked pattern fills in its groups once its text is known.
-    Snippet ticket = snippet("#(\\d+)!", "", [](Snippet& s) {
-        s.locked = true;
-        s.regex = true;
-    });
-    h.secrets.items[{std::string(LockedSnippets::service), ticket.id.text()}] = "Ticket $1";
-    h.engine->update({bank, ticket});
     EXPECT_EQ(h.typed("#42!"), (Lines{"erase 4", "insert \"Ticket 42\"", "finish"}));
 
     h.auth.answer = AuthResult::Outcome::refused;
@@ -499,11 +516,7 @@ TEST(ExpanderAsync, KeysThatReachedTheApplicationBeforeTheHoldAreTypedAgainAtThe
         h.engine->update({snippet(";p", "<p>{cursor}</p>")});
         h.executor.completeAtOnce = false; // the hold comes after the keys, as on X11
         h.keys.type(c.keys);
-        while (h.executor.completeNext()) {
-            h.loop.runFor(1ms);
-        }
-        h.settle();
-        EXPECT_EQ(h.executor.described(), c.steps) << c.keys;
+        EXPECT_EQ(h.completeEach(), c.steps) << c.keys;
     }
 }
 
@@ -525,27 +538,13 @@ TEST(ExpanderAsync, KeysTypedWhileAnUnlockIsAskedAreSteppedOverOrStopIt) {
     };
     for (const auto& c : cases) {
         Harness h;
-        Snippet bank = snippet(";bank", "", [](Snippet& s) { s.locked = true; });
-        h.secrets.items[{std::string(LockedSnippets::service), bank.id.text()}] = "IBAN {cursor}X";
-        h.engine->update({bank});
+        h.engine->update({h.locked(";bank", "IBAN {cursor}X")});
         // The answer is handed back through the loop, which runs only once the keys are in.
         h.keys.type(";bank");
         c.meanwhile(h);
         h.settle();
         EXPECT_EQ(h.executor.described(), c.steps);
     }
-}
-
-TEST(ExpanderAsync, ScriptsInsertTheirOutputAsATemplate) {
-    Harness h;
-    h.engine->update(
-        {snippet(";js", "'sum ' + (1 + 1) + '{cursor}!'",
-                 [](Snippet& s) { s.kind = Snippet::Kind::javascript; }),
-         snippet(";sh", "echo hi", [](Snippet& s) { s.kind = Snippet::Kind::shell; })});
-    EXPECT_EQ(h.typed(";js"), (Lines{"erase 3", "insert \"sum 2!\"", "left 1", "finish"}));
-    EXPECT_EQ(h.typed(";sh"), Lines{}); // shell scripts are off: the abbreviation stays
-    h.preferences.setValue("allowScripts", true);
-    EXPECT_EQ(h.typed(";sh"), (Lines{"erase 3", "insert \"hi\"", "finish"}));
 }
 
 TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
@@ -584,17 +583,6 @@ TEST(ExpanderAsync, TheFormGivesTheValuesOrCancels) {
     EXPECT_EQ(h.engine->usage().expansions, 2);
 }
 
-TEST(ExpanderAsync, PicturesPasteOnceEvenWithoutText) {
-    Harness h;
-    fs::create_directories(h.location.imagesFolder());
-    testing::writeText(h.location.imagesFolder() / "logo.png", "\x89PNG\r\n\x1A\nrest");
-    h.engine->update({snippet(";logo", "", [](Snippet& s) { s.image = "logo.png"; }),
-                      snippet(";two", "a{key:tab}b", [](Snippet& s) { s.image = "logo.png"; })});
-    EXPECT_EQ(h.typed(";logo"), (Lines{"erase 5", "insert image/png", "finish"}));
-    EXPECT_EQ(h.typed(";two"),
-              (Lines{"erase 4", "insert image/png", "press tab", "insert \"b\"", "finish"}));
-}
-
 TEST(ExpanderUsage, UsesAreCountedWithTheCharactersSavedAndSeededOnUpdate) {
     Harness h(false, {{"typo.common", true}});
     const Snippet sig = snippet(";sig", "Best regards, Ann");
@@ -613,10 +601,31 @@ TEST(ExpanderUsage, UsesAreCountedWithTheCharactersSavedAndSeededOnUpdate) {
     EXPECT_EQ(UsageFile(h.usageFile.path()).load(), h.engine->usage());
 }
 
-TEST(ExpanderRepeats, ARetypedPhraseIsOfferedAtAContextBreak) {
+TEST(ExpanderRepeats, ARetypedPhraseIsOfferedAtAContextBreakButNothingWhileTheKeyboardIsHeld) {
     Harness h(false, {{"suggestions", true}});
+    const Snippet sig = snippet(";sig", "Best, Ann");
+    h.engine->update({sig});
     std::vector<Repeats::Suggestion> offered;
     h.engine->setOnRepeat([&](const Repeats::Suggestion& s) { offered.push_back(s); });
+
+    // While another application holds the keyboard, nothing is matched, counted or remembered.
+    h.keys.type("see you ");
+    h.secure.set(true, "Pinentry");
+    EXPECT_TRUE(h.engine->paused());
+    EXPECT_EQ(h.engine->pausedBy(), "Pinentry");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(h.typed("very soon then ;sig"), Lines{});
+        h.keys.click();
+    }
+    EXPECT_TRUE(offered.empty());
+    EXPECT_TRUE(h.engine->repeats().counts().empty());
+    EXPECT_EQ(h.engine->usage().uses.at(sig.id).count, 0);
+    h.secure.set(false);
+    EXPECT_FALSE(h.engine->paused());
+    EXPECT_EQ(h.engine->pausedBy(), "");
+    EXPECT_EQ(h.typed(";sig"), (Lines{"erase 4", "insert \"Best, Ann\"", "finish"}));
+    h.keys.click();
+
     auto control = [&] { h.keys.press({Key::other, "a", {.control = true}}); };
     const std::vector<std::function<void()>> breaks{[&] { h.keys.click(); },
                                                     [&] { h.keys.reset(); }, control};
@@ -638,63 +647,6 @@ TEST(ExpanderRepeats, ARetypedPhraseIsOfferedAtAContextBreak) {
         h.keys.click();
     }
     EXPECT_EQ(offered.size(), 1u);
-}
-
-TEST(ExpanderPause, WhileAnotherAppHoldsTheKeyboardNothingIsMatchedCountedOrRemembered) {
-    Harness h(false, {{"suggestions", true}});
-    const Snippet sig = snippet(";sig", "Best, Ann");
-    h.engine->update({sig});
-    std::vector<Repeats::Suggestion> offered;
-    h.engine->setOnRepeat([&](const Repeats::Suggestion& s) { offered.push_back(s); });
-    h.keys.type("see you ");
-    h.secure.set(true, "Pinentry");
-    EXPECT_TRUE(h.engine->paused());
-    EXPECT_EQ(h.engine->pausedBy(), "Pinentry");
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(h.typed("very soon then ;sig"), Lines{});
-        h.keys.click();
-    }
-    EXPECT_TRUE(offered.empty());
-    EXPECT_TRUE(h.engine->repeats().counts().empty());
-    EXPECT_EQ(h.engine->usage().uses.at(sig.id).count, 0);
-
-    h.secure.set(false);
-    EXPECT_FALSE(h.engine->paused());
-    EXPECT_EQ(h.engine->pausedBy(), "");
-    EXPECT_EQ(h.typed(";sig"), (Lines{"erase 4", "insert \"Best, Ann\"", "finish"}));
-}
-
-TEST(MatcherForTheEngine, AgreesWithFireOnRandomTyping) {
-    Matcher m;
-    m.setSnippets({{"ab", "1"}, {"b.", "2"}, {"aab", "3"}, {"ba", "4"}},
-                  {{"ab", TriggerMode::tab}, {"b.", TriggerMode::delimiter}});
-    m.setExtras({{"aa", {"5", TriggerMode::tab}}, {".b", {"6", TriggerMode::delimiter}}});
-    m.setPatterns({{"b+a\\.", "7"}, {"(ab){2}", "8"}});
-    m.compile();
-    std::mt19937 random(7);
-    const std::string alphabet = "ab.";
-    for (int i = 0; i < 3000; ++i) {
-        m.setMode(static_cast<TriggerMode>(random() % 3));
-        if (random() % 9 == 0) {
-            m.dropLast();
-        } else if (random() % 40 == 0) {
-            m.clear();
-        }
-        // Asking leaves the buffer as it is; firing a copy answers the same.
-        const std::string buffer = m.buffer();
-        for (TriggerMode mode : {TriggerMode::instant, TriggerMode::delimiter, TriggerMode::tab}) {
-            Matcher copy = m;
-            ASSERT_EQ(m.wouldFire(mode), copy.fire(mode, "").has_value())
-                << buffer << " in mode " << rawValue(mode);
-            ASSERT_EQ(m.buffer(), buffer);
-        }
-        const std::string typed(1, alphabet[random() % alphabet.size()]);
-        if (!m.wouldFire(TriggerMode::tab) || random() % 2 == 0) {
-            m.feed(typed);
-        } else {
-            m.fire(TriggerMode::tab, "");
-        }
-    }
 }
 
 } // namespace

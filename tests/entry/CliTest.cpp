@@ -37,6 +37,22 @@ protected:
                                           withoutTerminal});
     }
 
+    // One run of the tool and what it must give: the exit status, standard output, and text
+    // standard error holds (nothing when empty).
+    struct Run {
+        std::vector<std::string> args;
+        int status;
+        std::string out, err, input = {};
+        bool withoutTerminal = false;
+    };
+    void expect(const Run& c) {
+        ProcessResult r = run(c.args, c.input, c.withoutTerminal);
+        const std::string what = c.args.empty() ? "" : c.args.back();
+        EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+        EXPECT_EQ(r.out, c.out) << what;
+        EXPECT_TRUE(c.err.empty() ? r.err.empty() : r.err.find(c.err) != r.err.npos) << r.err;
+    }
+
     Snippet& add(std::string abbreviation, std::string content) {
         Snippet s = Snippet::make();
         s.abbreviation = std::move(abbreviation);
@@ -64,7 +80,7 @@ protected:
     std::vector<Snippet> library;
 };
 
-TEST_F(CliTest, DispatchLeavesUnknownWordsToTheApplication) {
+TEST_F(CliTest, UnknownWordsGoToTheApplicationAndAMissingOrDamagedLibraryIsLeftAlone) {
     for (const char* word : {"help", "--help", "-h"}) {
         ProcessResult r = run({word});
         EXPECT_EQ(r.status, 0) << word;
@@ -72,27 +88,19 @@ TEST_F(CliTest, DispatchLeavesUnknownWordsToTheApplication) {
         EXPECT_TRUE(r.out.ends_with("read from stdin when left out\n"));
         EXPECT_EQ(r.err, "");
     }
-    // Anything else starts the application, which says why it cannot listen without a display.
-    for (const char* word : {"-psn_0_123", "--foo", "List"}) {
-        ProcessResult r = run({word});
-        EXPECT_EQ(r.status, 1) << word;
-        EXPECT_EQ(r.out.find("usage"), std::string::npos) << word;
-        EXPECT_NE(r.err.find("There is no X11 display to listen to"), std::string::npos) << r.err;
-    }
-}
-
-TEST_F(CliTest, MissingOrDamagedLibraryIsReportedAndLeftAlone) {
-    for (auto args :
-         std::vector<std::vector<std::string>>{{"list"}, {"expand"}, {"add", ";x", "y"}}) {
-        ProcessResult r = run(args);
-        EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(r.err, noLibrary);
-        EXPECT_EQ(r.out, "");
+    for (const Run& c : std::vector<Run>{{{"list"}, 1, "", noLibrary},
+                                         {{"expand"}, 1, "", noLibrary},
+                                         {{"add", ";x", "y"}, 1, "", noLibrary}}) {
+        expect(c);
     }
     std::filesystem::create_directories(libraryFile.parent_path());
     testing::writeText(libraryFile, "[{\"id\": broken");
-    EXPECT_EQ(run({"add", ";x", "y"}).err, noLibrary);
+    expect({{"add", ";x", "y"}, 1, "", noLibrary});
     EXPECT_EQ(testing::contentsOf(libraryFile), "[{\"id\": broken");
+    // Any other word starts the application, which says why it cannot listen without a display.
+    for (const char* word : {"-psn_0_123", "--foo", "List"}) {
+        expect({{word}, 1, "", "There is no X11 display to listen to"});
+    }
 }
 
 TEST_F(CliTest, ListShowsFirstLinesAndHidesArchivedAndLocked) {
@@ -130,12 +138,7 @@ TEST_F(CliTest, ExpandFillsFieldsIncludesAndRunsScriptsWhereAllowed) {
     add(";sh", "printf 'two\\nlines\\n\\n'").kind = Snippet::Kind::shell;
     save();
     const std::string none = "No snippet \u201C;A\u201D, or its script failed.\n";
-    const struct {
-        std::vector<std::string> args;
-        int status;
-        std::string out, err; // err: how standard error starts
-        bool withoutTerminal = false;
-    } cases[] = {
+    const Run cases[] = {
         // The last value of a name counts; no line end; the unfilled choice is empty.
         {{"expand", ";sig", "Name=Ann", "Name=Bo", "junk", "a=b=c"}, 0, "Hi Bo, b=c!", ""},
         {{"expand"}, 1, "", "usage: snippets"},
@@ -143,68 +146,51 @@ TEST_F(CliTest, ExpandFillsFieldsIncludesAndRunsScriptsWhereAllowed) {
         {{"expand", ";a"}, 0, "live included {date:no such day}", ""},
         {{"expand", ";A"}, 1, "", none},
         // A locked snippet needs a terminal to ask for the password on.
-        {{"expand", ";pin"}, 1, "", "No snippet \u201C;pin\u201D, or its script failed.\n", true},
+        {{"expand", ";pin"},
+         1,
+         "",
+         "No snippet \u201C;pin\u201D, or its script failed.\n",
+         "",
+         true},
         {{"expand", ";js"}, 0, "3", ""},
         {{"expand", ";sh"}, 1, "", "No snippet \u201C;sh\u201D"}, // shell scripts are off
     };
-    for (const auto& c : cases) {
-        ProcessResult r = run(c.args, {}, c.withoutTerminal);
-        EXPECT_EQ(r.status, c.status) << c.args.back() << ": " << r.err;
-        EXPECT_EQ(r.out, c.out) << c.args.back();
-        EXPECT_TRUE(r.err.starts_with(c.err)) << r.err;
-        EXPECT_TRUE(!c.err.empty() || r.err.empty()) << r.err;
+    for (const Run& c : cases) {
+        expect(c);
     }
     setting(R"({"allowScripts": true})");
-    ProcessResult on = run({"expand", ";sh"});
-    EXPECT_EQ(on.status, 0);
-    EXPECT_EQ(on.out, "two\nlines\n");
+    expect({{"expand", ";sh"}, 0, "two\nlines\n", ""});
 }
 
-TEST_F(CliTest, AddKeepsTheTextAsGiven) {
-    save();
-    ProcessResult r = run({"add", " ;x "}, "hi\n");
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "Added  ;x .\n");
-    ProcessResult bad = run({"add", ";bad"}, "caf\xE9!");
-    EXPECT_EQ(bad.status, 0) << bad.err;
-    ProcessResult words = run({"add", ";w", "two", "words"});
-    EXPECT_EQ(words.status, 0);
-
-    auto snippets = saved();
-    ASSERT_EQ(snippets.size(), 3u);
-    EXPECT_EQ(snippets[0].abbreviation, ";x");
-    EXPECT_EQ(snippets[0].content, "hi\n");
-    EXPECT_TRUE(snippets[0].created.has_value());
-    EXPECT_EQ(snippets[1].content, "caf\uFFFD!");
-    EXPECT_EQ(snippets[2].content, "two words");
-}
-
-TEST_F(CliTest, AddRefusals) {
+TEST_F(CliTest, AddKeepsTheTextAsGivenOrRefusesAndWritesNothing) {
     add(";old", "x").archived = true;
     add("caf\u00e9", "coffee");
     save();
     const std::string blank = "Give it an abbreviation and some text.\n",
                       editorOnly = "Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} "
                                    "are added in Quillet's editor only.\n";
-    const struct {
-        std::vector<std::string> args;
-        std::string input, error; // error: how standard error starts
-    } cases[] = {
-        {{"add"}, "", "usage: snippets"},
-        {{"add", " \n"}, "text", blank},
-        {{"add", ";e"}, "", blank},
-        {{"add", ";old", "y"}, "", "\u201C;old\u201D is already a snippet.\n"},
-        {{"add", "cafe\u0301", "y"}, "", "\u201Ccafe\u0301\u201D is already a snippet.\n"},
-        {{"add", ";c", "{clipboard:2}"}, "", editorOnly},
-        {{"add", ";s"}, "a {snippet:;b", editorOnly},
+    const Run cases[] = {
+        {{"add", " ;x "}, 0, "Added  ;x .\n", "", "hi\n"},
+        {{"add", ";bad"}, 0, "Added ;bad.\n", "", "caf\xE9!"},
+        {{"add", ";w", "two", "words"}, 0, "Added ;w.\n", ""},
+        {{"add"}, 1, "", "usage: snippets"},
+        {{"add", " \n"}, 1, "", blank, "text"},
+        {{"add", ";e"}, 1, "", blank},
+        {{"add", ";old", "y"}, 1, "", "\u201C;old\u201D is already a snippet.\n"},
+        {{"add", "cafe\u0301", "y"}, 1, "", "\u201Ccafe\u0301\u201D is already a snippet.\n"},
+        {{"add", ";c", "{clipboard:2}"}, 1, "", editorOnly},
+        {{"add", ";s"}, 1, "", editorOnly, "a {snippet:;b"},
     };
-    for (const auto& c : cases) {
-        ProcessResult r = run(c.args, c.input);
-        EXPECT_EQ(r.status, 1) << c.args.back();
-        EXPECT_TRUE(r.err.starts_with(c.error)) << r.err;
-        EXPECT_EQ(r.out, "");
+    for (const Run& c : cases) {
+        expect(c);
     }
-    EXPECT_EQ(saved().size(), 2u);
+    auto snippets = saved();
+    ASSERT_EQ(snippets.size(), 5u);
+    EXPECT_EQ(snippets[2].abbreviation, ";x");
+    EXPECT_EQ(snippets[2].content, "hi\n");
+    EXPECT_TRUE(snippets[2].created.has_value());
+    EXPECT_EQ(snippets[3].content, "caf\uFFFD!");
+    EXPECT_EQ(snippets[4].content, "two words");
 }
 
 TEST_F(CliTest, ConcurrentAddsLoseNothingAndLockNothingInTheSyncedFolder) {

@@ -55,8 +55,13 @@ TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     EXPECT_TRUE(h.fake->keys_.started());
 }
 
-TEST(Coordinator, ThePickersShortcutIsBoundOnceADesktopIsThereAndFollowsTheSetting) {
+TEST(Coordinator, ThePickersShortcutAndStartingWithTheSessionFollowTheSettings) {
     Harness h;
+    EXPECT_EQ(h.startsWithSession, std::vector<bool>{false}); // put right at start
+    h.preferences.setValue(Coordinator::startWithSessionKey, true);
+    h.watcher.trigger();
+    EXPECT_EQ(h.startsWithSession, (std::vector<bool>{false, true}));
+    // The shortcut is bound once a desktop is there.
     h.present = true;
     h.coordinator->refresh();
     FakeGlobalShortcut& shortcut = h.fake->shortcut_;
@@ -76,14 +81,6 @@ TEST(Coordinator, ThePickersShortcutIsBoundOnceADesktopIsThereAndFollowsTheSetti
     EXPECT_EQ(shortcut.bound, "");
 }
 
-TEST(Coordinator, StartingWithTheSessionFollowsTheSetting) {
-    Harness h;
-    EXPECT_EQ(h.startsWithSession, std::vector<bool>{false}); // put right at start
-    h.preferences.setValue(Coordinator::startWithSessionKey, true);
-    h.watcher.trigger();
-    EXPECT_EQ(h.startsWithSession, (std::vector<bool>{false, true}));
-}
-
 TEST(Coordinator, TheTrayShowsAWarningWhenStoppedADotForASuggestionAndTheTimeSavedOnRequest) {
     Harness h;
     h.coordinator->refresh();
@@ -98,13 +95,18 @@ TEST(Coordinator, TheTrayShowsAWarningWhenStoppedADotForASuggestionAndTheTimeSav
         h.coordinator->trayLook(),
         (TrayLook{TrayLook::Badge::none, "Quillet: 0s saved\nReady\nSaved 0s over 0 expansions."}));
 
-    // The same phrase typed three times becomes a suggestion: a dot, until dismissed.
+    // The same phrase typed three times becomes a suggestion: a dot, until turned down, which
+    // adds nothing and forgets the phrase.
     h.coordinator->engine()->preferencesChanged();
+    const std::size_t count = h.coordinator->store().snippets().size();
     h.retype("see you very soon then");
     ASSERT_TRUE(h.coordinator->suggestion().has_value());
     EXPECT_EQ(h.coordinator->trayLook().badge, TrayLook::Badge::suggestion);
     h.coordinator->dismissSuggestion();
     EXPECT_EQ(h.coordinator->trayLook().badge, TrayLook::Badge::none);
+    EXPECT_EQ(h.coordinator->suggestion(), std::nullopt);
+    EXPECT_EQ(h.coordinator->store().snippets().size(), count);
+    EXPECT_EQ(h.coordinator->engine()->repeats().count("see you very soon then"), 0);
 }
 
 TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
@@ -158,18 +160,6 @@ TEST(Coordinator, ASuggestionTakesAFreeAbbreviationAndNeverRepeatsASnippet) {
         ASSERT_EQ(h.log.size(), 1u) << phrase;
         EXPECT_EQ(h.log[0].find(phrase), std::string::npos) << "the log never holds the phrase";
     }
-}
-
-TEST(Coordinator, TurningASuggestionDownAddsNothingAndForgetsThePhrase) {
-    Harness h;
-    h.runWithSuggestions();
-    const std::size_t count = h.coordinator->store().snippets().size();
-    h.retype("see you very soon then");
-    ASSERT_TRUE(h.coordinator->suggestion());
-    h.coordinator->dismissSuggestion();
-    EXPECT_EQ(h.coordinator->suggestion(), std::nullopt);
-    EXPECT_EQ(h.coordinator->store().snippets().size(), count);
-    EXPECT_EQ(h.coordinator->engine()->repeats().count("see you very soon then"), 0);
 }
 
 } // namespace

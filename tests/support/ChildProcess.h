@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -37,10 +38,10 @@ inline ProcessResult runProcess(const std::vector<std::string>& args,
 /// lines read back from its standard output and error. Ended with SIGTERM when destroyed.
 class LiveProcess {
 public:
-    /// Starts program with args (program first) and env changes as for runProcess; check
-    /// running() afterwards.
-    LiveProcess(const std::vector<std::string>& args,
-                const std::map<std::string, std::string>& env);
+    /// Starts program with args (program first) and env changes as for runProcess, in a session
+    /// of its own when asked; check running() afterwards.
+    LiveProcess(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
+                bool newSession = false);
     LiveProcess(const LiveProcess&) = delete;
     LiveProcess& operator=(const LiveProcess&) = delete;
     ~LiveProcess();
@@ -63,13 +64,15 @@ public:
     int pid() const { return pid_; }
 
 private:
+    friend ProcessResult runProcess(const std::vector<std::string>&, const ProcessOptions&);
+    // Reads what either output has within timeout; false when nothing came.
     bool fill(std::chrono::milliseconds timeout);
+    // Reads until done, or for timeout at most; done's answer.
+    bool fillUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
 
-    int pid_ = -1;
-    int in_ = -1, out_ = -1, err_fd_ = -1;
-    std::string outBuffer_;
-    std::string err_;
-    int status_ = -1;
+    int pid_ = -1, startError_ = 0, status_ = -1;
+    int in_ = -1, out_ = -1, errFd_ = -1; // -1 once closed
+    std::string outBuffer_, err_;
 };
 
 } // namespace quillet::testing

@@ -3,52 +3,17 @@
 #include "support/ChildProcess.h"
 #include "support/Snippets.h"
 #include "support/TempFolder.h"
+#include "support/X11Clients.h"
 
-#include <X11/Xlib.h>
-#include <X11/extensions/XInput.h>
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace quillet::testing {
-
-/// The user's hands on a real X server. Keys come either from
-/// the server's own keyboard device, so they look like a physical keyboard's, or from XTEST's
-/// virtual keyboard, as on-screen keyboards, remote desktops and automation tools send them.
-class Typist {
-public:
-    /// Where the key presses come from.
-    enum class Source { keyboard, xtest };
-
-    /// Connects to $DISPLAY; throws when the server has no usable keyboard device.
-    explicit Typist(Source source = Source::keyboard);
-    ~Typist();
-    Typist(const Typist&) = delete;
-    Typist& operator=(const Typist&) = delete;
-
-    /// Types text character by character, pause between key strokes.
-    void type(std::string_view text,
-              std::chrono::milliseconds pause = std::chrono::milliseconds(8));
-    /// Presses and releases one key, with Shift held when asked.
-    void tap(KeySym key, bool shift = false);
-    /// Presses (down) or releases one key.
-    void key(KeySym key, bool down);
-    /// Waits until the server has handled everything sent.
-    void sync();
-
-    Display* display() const { return display_; }
-
-private:
-    unsigned code(KeySym key, bool& shift);
-    void send(unsigned keycode, bool down);
-
-    Display* display_ = nullptr;
-    XDevice* keyboard_ = nullptr;
-    bool xtest_ = false;
-};
 
 /// The test window (tests/support/textwindow): an editor that reports its text.
 class TextWindow {
@@ -60,11 +25,18 @@ public:
     /// True once the window is up.
     bool ready() const { return window_ != 0; }
     /// The editor's content as HTML.
-    std::string html();
+    std::string html() {
+        auto json = answer("html", "html ");
+        return json ? nlohmann::json::parse(*json).get<std::string>() : "<no answer>";
+    }
     /// Empties the editor.
-    void clear();
+    void clear() {
+        answer("clear", "ok");
+        current_.clear();
+        changes_.clear();
+    }
     /// Gives the window the keyboard focus again.
-    void focus();
+    void focus() { answer("focus", "ok"); }
     /// Waits until the text equals expected; the last text seen when it never did.
     std::string waitFor(const std::string& expected,
                         std::chrono::milliseconds timeout = std::chrono::seconds(5));
@@ -102,7 +74,11 @@ public:
         return process_->waitForError(text, std::chrono::seconds(5), from);
     }
     /// Replaces its settings file by renaming, as the application and editors do.
-    void writeSettings(const std::string& settings);
+    void writeSettings(const std::string& settings) {
+        const auto file = home_ / "config" / "quillet" / "settings.json";
+        writeText(file.string() + ".new", settings);
+        std::filesystem::rename(file.string() + ".new", file);
+    }
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
     /// Its process id.

@@ -7,8 +7,7 @@
 namespace quillet::testing {
 
 struct ReferenceMatcher::Compiled {
-    std::string pattern;
-    std::string replacement;
+    std::string pattern, replacement;
     std::unique_ptr<icu::RegexPattern> regex;
 };
 
@@ -19,9 +18,9 @@ void ReferenceMatcher::compile() {
     compiled_.clear();
     for (auto& [pattern, replacement] : patterns) {
         UErrorCode status = U_ZERO_ERROR;
-        UParseError pe{};
+        UParseError where{};
         std::unique_ptr<icu::RegexPattern> regex(
-            icu::RegexPattern::compile(text::toIcu("(?:" + pattern + ")$"), 0, pe, status));
+            icu::RegexPattern::compile(text::toIcu("(?:" + pattern + ")$"), 0, where, status));
         if (U_SUCCESS(status)) {
             compiled_.push_back(
                 std::make_unique<Compiled>(Compiled{pattern, replacement, std::move(regex)}));
@@ -42,16 +41,24 @@ bool ReferenceMatcher::endsWith(const std::string& key, std::size_t* start) cons
     if (keyChars.size() > buffer_.size()) {
         return false;
     }
-    std::size_t offset = buffer_.size() - keyChars.size();
+    const std::size_t offset = buffer_.size() - keyChars.size();
     for (std::size_t i = 0; i < keyChars.size(); ++i) {
         if (text::nfc(buffer_[offset + i]) != text::nfc(keyChars[i])) {
             return false;
         }
     }
-    if (start) {
+    if (start != nullptr) {
         *start = offset;
     }
     return true;
+}
+
+std::optional<ReferenceMatcher::Match> ReferenceMatcher::take(const std::string& key,
+                                                              const std::string& expansion,
+                                                              std::string_view trailer) {
+    buffer_.clear();
+    return Match{key, expansion, std::string(trailer),
+                 static_cast<int>(text::graphemeCount(key)) - 1, std::nullopt};
 }
 
 std::optional<ReferenceMatcher::Match> ReferenceMatcher::feed(std::string_view typed) {
@@ -63,7 +70,7 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::feed(std::string_view t
             return m;
         }
     }
-    std::string joined = buffer() + std::string(typed);
+    const std::string joined = buffer() + std::string(typed);
     buffer_.clear();
     for (auto c : text::graphemes(joined)) {
         buffer_.emplace_back(c);
@@ -76,30 +83,32 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::feed(std::string_view t
 
 std::optional<ReferenceMatcher::Match> ReferenceMatcher::fire(Mode trigger,
                                                               std::string_view trailer) {
-    // Stage 1: the user's abbreviations, longest suffix wins (ties only between keys that are
-    // canonically equivalent; the smaller key wins then).
-    const std::string* best = nullptr;
-    std::size_t bestCount = 0;
-    for (auto& [abbreviation, expansion] : snippets) {
-        auto own = modes.find(abbreviation);
-        Mode effective = own != modes.end() ? own->second : mode;
-        if (effective != trigger || !endsWith(abbreviation)) {
-            continue;
+    // The longest key the buffer ends in, of those accepted; the smaller of equally long ones.
+    auto longest = [&](const auto& table, auto accepted) -> const std::string* {
+        const std::string* best = nullptr;
+        for (auto& [key, value] : table) {
+            std::size_t start = 0;
+            if (!endsWith(key, &start) || !accepted(key, value, start)) {
+                continue;
+            }
+            const std::size_t count = text::graphemeCount(key);
+            const std::size_t bestCount = best ? text::graphemeCount(*best) : 0;
+            if (!best || count > bestCount || (count == bestCount && key < *best)) {
+                best = &key;
+            }
         }
-        std::size_t count = text::graphemeCount(abbreviation);
-        if (!best || count > bestCount || (count == bestCount && abbreviation < *best)) {
-            best = &abbreviation;
-            bestCount = count;
-        }
-    }
-    if (best) {
-        Match m{*best, snippets.at(*best), std::string(trailer), static_cast<int>(bestCount) - 1,
-                std::nullopt};
-        buffer_.clear();
-        return m;
+        return best;
+    };
+
+    // Stage 1: the user's abbreviations.
+    if (auto* key = longest(snippets, [&](const std::string& abbreviation, auto&, std::size_t) {
+            auto own = modes.find(abbreviation);
+            return (own != modes.end() ? own->second : mode) == trigger;
+        })) {
+        return take(*key, snippets.at(*key), trailer);
     }
 
-    // Stage 2: regular expressions in pattern order, first non-empty match wins.
+    // Stage 2: regular expressions in pattern order, the first non-empty match.
     if (trigger == mode) {
         icu::UnicodeString input = text::toIcu(buffer());
         for (auto& c : compiled_) {
@@ -110,38 +119,23 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::fire(Mode trigger,
             }
             icu::UnicodeString expanded;
             m->appendReplacement(expanded, text::toIcu(c->replacement), status);
-            std::string matched =
-                text::fromIcu(input.tempSubStringBetween(m->start(status), m->end(status)));
-            std::string expansion = text::fromIcu(expanded.tempSubString(m->start(status)));
-            int count = static_cast<int>(text::graphemeCount(matched));
-            buffer_.clear();
-            return Match{matched, expansion, std::string(trailer), count - 1, c->pattern};
+            auto match =
+                take(text::fromIcu(input.tempSubStringBetween(m->start(status), m->end(status))),
+                     text::fromIcu(expanded.tempSubString(m->start(status))), trailer);
+            match->key = c->pattern;
+            return match;
         }
     }
 
-    // Stage 3: symbol and correction entries that fire like abbreviations.
-    const std::string* bestKey = nullptr;
-    bestCount = 0;
-    for (auto& [key, extra] : extras) {
-        std::size_t start = 0;
-        if (snippets.count(key) || extra.mode != trigger || !endsWith(key, &start)) {
-            continue;
-        }
-        if (!key.empty() && text::isLetterOrDigit(key) && start > 0 &&
-            text::isLetterOrDigit(buffer_[start - 1])) {
-            continue;
-        }
-        std::size_t count = text::graphemeCount(key);
-        if (!bestKey || count > bestCount || (count == bestCount && key < *bestKey)) {
-            bestKey = &key;
-            bestCount = count;
-        }
-    }
-    if (bestKey) {
-        Match m{*bestKey, extras.at(*bestKey).text, std::string(trailer),
-                static_cast<int>(bestCount) - 1, std::nullopt};
-        buffer_.clear();
-        return m;
+    // Stage 3: symbol and correction entries that fire like abbreviations, a letter-led one only
+    // at a word's start.
+    if (auto* key = longest(
+            extras, [&](const std::string& k, const Matcher::Extra& extra, std::size_t start) {
+                return snippets.count(k) == 0 && extra.mode == trigger &&
+                       !(text::isLetterOrDigit(k) && start > 0 &&
+                         text::isLetterOrDigit(buffer_[start - 1]));
+            })) {
+        return take(*key, extras.at(*key).text, trailer);
     }
     return std::nullopt;
 }
@@ -151,24 +145,21 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::correct(std::string_vie
     while (first > 0 && text::isLetter(buffer_[first - 1])) {
         --first;
     }
-    if (buffer_.size() - first < 2) {
-        return std::nullopt;
-    }
     std::string word;
     for (std::size_t i = first; i < buffer_.size(); ++i) {
         word += buffer_[i];
     }
     auto found = corrections.find(text::nfc(text::toLower(word)));
-    if (found == corrections.end()) {
+    if (buffer_.size() - first < 2 || found == corrections.end()) {
         return std::nullopt;
     }
+    // The typed case: all capitals, or a capital first letter.
     std::string cased = found->second;
     if (word == text::toUpper(word)) {
         cased = text::toUpper(cased);
     } else if (text::isUppercase(word)) {
-        auto chars = text::graphemes(cased);
-        std::string rest = cased.substr(chars.empty() ? 0 : chars[0].size());
-        cased = text::toUpper(chars.empty() ? "" : chars[0]) + rest;
+        const auto chars = text::graphemes(cased);
+        cased = chars.empty() ? cased : text::toUpper(chars[0]) + cased.substr(chars[0].size());
     }
     if (cased == word) {
         return std::nullopt;

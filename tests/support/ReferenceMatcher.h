@@ -31,20 +31,18 @@ public:
 
     /// Compiles patterns.
     void compile();
-    /// The buffer's text.
     std::string buffer() const;
-    /// Empties the buffer.
     void clear() { buffer_.clear(); }
-    /// As Matcher::feed.
+    /// As Matcher::feed, fire and correct.
     std::optional<Match> feed(std::string_view text);
-    /// As Matcher::fire.
     std::optional<Match> fire(Mode trigger, std::string_view trailer);
-    /// As Matcher::correct.
     std::optional<Match> correct(std::string_view trailer);
 
 private:
     struct Compiled;
     bool endsWith(const std::string& key, std::size_t* start = nullptr) const;
+    std::optional<Match> take(const std::string& key, const std::string& expansion,
+                              std::string_view trailer);
 
     std::vector<std::string> buffer_; // one grapheme cluster each
     std::vector<std::unique_ptr<Compiled>> compiled_;

@@ -1,7 +1,6 @@
 #include "platform/linux/SecretServiceStore.h"
 
-#include "library/LockedSnippets.h"
-#include "platform/fake/FakeOwnerAuth.h"
+#include "library/Uuid.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -110,28 +109,5 @@ TEST_F(SecretServiceStoreTest, ItemsAreKeptApartByServiceAndAccountAndRemovedAlo
     EXPECT_EQ(countItems(service, account), 0);
 }
 
-TEST_F(SecretServiceStoreTest, LockedSnippetsKeepTheirTextUnderTheirUpperCaseId) {
-    FakeOwnerAuth auth;
-    LockedSnippets locked(store, auth);
-    Snippet snippet = Snippet::make();
-    snippet.content = "4711";
-    std::string error;
-    auto stored = locked.lock(snippet, error);
-    ASSERT_TRUE(stored) << error;
-    EXPECT_EQ(lookUp("com.quillet.app.locked", snippet.id.text()), "4711");
-    EXPECT_EQ(countItems("com.quillet.app.locked", snippet.id.text()), 1);
-    Unlocked unlocked = locked.unlockForUse(*stored, pasteReason(";pin"));
-    ASSERT_TRUE(unlocked.snippet) << unlocked.message;
-    EXPECT_EQ(unlocked.snippet->content, "4711");
-    ASSERT_TRUE(locked.deleteText(snippet.id).ok());
-    EXPECT_EQ(locked.unlockForUse(*stored, pasteReason(";pin")).outcome,
-              Unlocked::Outcome::missing);
-}
-
 } // namespace
 } // namespace quillet
-
-int main(int argc, char** argv) {
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(OwnKeys, DropsAnnouncedEventsInOrderAndLeavesTheUsersInBetween) {
+TEST(OwnKeys, DropsAnnouncedEventsInOrderAndLeavesTheUsersInBetweenUntilTheyExpire) {
     OwnKeys own;
     const auto t = OwnKeys::Clock::now();
     own.expect(22, true, t);
@@ -21,11 +21,8 @@ TEST(OwnKeys, DropsAnnouncedEventsInOrderAndLeavesTheUsersInBetween) {
     EXPECT_TRUE(own.consume(55, true, t));
     EXPECT_FALSE(own.consume(55, true, t)); // the user pressing the same key afterwards
     EXPECT_FALSE(own.pending(t));
-}
 
-TEST(OwnKeys, AnnouncementsThatNeverCameBackExpire) {
-    OwnKeys own;
-    const auto t = OwnKeys::Clock::now();
+    // Announcements that never came back expire.
     own.expect(22, true, t);
     own.expectMappingChange(t);
     const auto later = t + OwnKeys::patience + 1ms;

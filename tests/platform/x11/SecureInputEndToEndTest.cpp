@@ -5,7 +5,6 @@
 
 // After gtest, whose headers use a name Xlib defines as a macro (None).
 #include "support/DesktopHarness.h"
-#include "support/X11Windows.h"
 
 namespace quillet {
 namespace {
@@ -55,7 +54,6 @@ TEST(SecureInputEndToEnd, AnotherProgramsGrabPausesExpansionUntilItLetsGo) {
         << quillet.log();
     const std::string typed = ";sig secret;sig";
     typist.type(typed);
-    typist.sync();
     from = quillet.log().size();
     // Quillet's erasing or pasting would have landed in the prompt too.
     EXPECT_EQ(prompt.ungrabCounting(), static_cast<int>(typed.size()));

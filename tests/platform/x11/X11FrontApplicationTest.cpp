@@ -2,12 +2,8 @@
 #include <gtest/gtest.h>
 
 // Everything below may include Xlib.
-#include "library/RunLoop.h"
 #include "platform/x11/X11FrontApplication.h"
-#include "support/X11Windows.h"
-
-#include <string>
-#include <vector>
+#include "support/X11Clients.h"
 
 namespace quillet {
 namespace {

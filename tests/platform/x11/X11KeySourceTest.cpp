@@ -1,25 +1,12 @@
-#include "platform/x11/X11KeySource.h"
-
-#include "library/RunLoop.h"
-#include "platform/x11/OwnKeys.h"
-
-#include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <functional>
+// gtest first: Xlib defines None and Bool as macros, and gtest uses both names.
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
-// After gtest, whose headers use a name Xlib defines as a macro (None).
-#include "support/X11Keys.h"
+// Everything below may include Xlib.
+#include "platform/x11/OwnKeys.h"
+#include "platform/x11/X11KeySource.h"
+#include "support/X11Clients.h"
 
-#include <X11/XKBlib.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XTest.h>
-#include <X11/keysym.h>
-#include <set>
+#include <cstdlib>
 
 namespace quillet {
 namespace {
@@ -40,41 +27,23 @@ struct Recorder : KeySource::Observer {
     std::function<Verdict(const KeyEvent&)> verdict;
 };
 
-// Drives the server from a connection of its own, as the user's keyboard and other programs
-// would, and looks at what the listener reports and what a focused window receives.
+// Types on XTEST's keyboard, as the user's keyboard and other programs would, and looks at
+// what the listener reports and, where a case needs one, what a focused window receives.
 class X11KeySourceTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        display_ = XOpenDisplay(nullptr);
-        ASSERT_NE(display_, nullptr);
         std::string error;
         ASSERT_TRUE(source_.start(observer_, error)) << error;
     }
-
-    void TearDown() override {
-        source_.stop();
-        XCloseDisplay(display_);
-    }
+    void TearDown() override { source_.stop(); }
 
     bool waitFor(const std::function<bool()>& done) { return loop_.runUntil(done, 10s); }
 
-    unsigned code(KeySym sym) { return XKeysymToKeycode(display_, sym); }
-
-    void send(unsigned keycode, bool press) {
-        XTestFakeKeyEvent(display_, keycode, press ? True : False, CurrentTime);
-        XSync(display_, False);
-    }
-
-    // Taps key while mods are held down.
-    void tap(KeySym key, const std::vector<KeySym>& mods = {}) {
-        for (KeySym mod : mods) {
-            send(code(mod), true);
-        }
-        send(code(key), true);
-        send(code(key), false);
-        for (KeySym mod : mods) {
-            send(code(mod), false);
-        }
+    void tap(KeySym key) { keys_.chord({key}); }
+    void tapCode(unsigned keycode) {
+        keys_.send(keycode, true);
+        keys_.send(keycode, false);
+        keys_.sync();
     }
 
     // The last key reported, once there are count; more would be a fault.
@@ -84,65 +53,62 @@ protected:
         return observer_.keys.empty() ? KeyEvent{} : observer_.keys.back();
     }
 
-    // A focused window that records the keys it receives.
-    void openWindow() { testing::openFocusedWindow(display_, KeyPressMask); }
-
-    // How many times the window has received sym so far.
-    std::size_t windowCount(KeySym sym) {
-        XSync(display_, False);
-        while (XPending(display_) > 0) {
-            XEvent event;
-            XNextEvent(display_, &event);
-            if (event.type == KeyPress) {
-                received_.push_back(XLookupKeysym(&event.xkey, 0));
-            }
-        }
-        return static_cast<std::size_t>(std::count(received_.begin(), received_.end(), sym));
+    // A focused window that records the keys it receives; each wakes the loop.
+    void openWindow() {
+        window_ = std::make_unique<testing::KeyWindow>([this] { loop_.post([] {}); });
+        ASSERT_TRUE(window_->ready());
     }
 
-    bool windowGets(KeySym sym, std::size_t count) {
-        return waitFor([&] { return windowCount(sym) >= count; });
+    bool windowShows(const std::string& text) {
+        return waitFor([&] { return window_->text() == text; });
+    }
+
+    // Presses of sym the window has received.
+    std::size_t received(KeySym sym) {
+        const auto keys = window_->keys();
+        return std::count_if(keys.begin(), keys.end(), [&](const testing::KeyWindow::Key& key) {
+            return key.press && key.keycode == keys_.code(sym);
+        });
     }
 
     void bind(unsigned keycode, KeySym sym) {
-        XChangeKeyboardMapping(display_, static_cast<int>(keycode), 1, &sym, 1);
-        XSync(display_, False);
+        XChangeKeyboardMapping(keys_.display(), static_cast<int>(keycode), 1, &sym, 1);
+        XSync(keys_.display(), False);
     }
 
     RunLoop loop_;
     OwnKeys own_;
     Recorder observer_;
     X11KeySource source_{"", loop_, own_};
-    Display* display_ = nullptr;
-    std::vector<KeySym> received_;
+    testing::Typist keys_{testing::Typist::Source::xtest};
+    std::unique_ptr<testing::KeyWindow> window_;
 };
 
 TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
     struct Case {
-        std::vector<KeySym> mods;
-        KeySym key;
+        std::vector<KeySym> chord; // modifiers, then the key
         Key kind;
         std::string text;
         KeyEvent::Modifiers modifiers;
     };
     const Case cases[] = {
-        {{}, XK_a, Key::other, "a", {}},
-        {{XK_Shift_L}, XK_1, Key::other, "!", {.shift = true}},
-        {{}, XK_BackSpace, Key::backspace, "", {}},
-        {{}, XK_Return, Key::enter, "\r", {}},
-        {{}, XK_KP_Enter, Key::enter, "\r", {}},
-        {{XK_Control_L}, XK_c, Key::other, "", {.control = true}}, // a control character
-        {{XK_Alt_L, XK_Shift_L}, XK_f, Key::other, "F", {.shift = true, .alt = true}},
-        {{XK_Super_L}, XK_l, Key::other, "l", {.super = true}},
-        {{XK_ISO_Level3_Shift}, XK_e, Key::other, "e", {}}, // AltGr is a level, not Alt
+        {{XK_a}, Key::other, "a", {}},
+        {{XK_Shift_L, XK_1}, Key::other, "!", {.shift = true}},
+        {{XK_BackSpace}, Key::backspace, "", {}},
+        {{XK_Return}, Key::enter, "\r", {}},
+        {{XK_KP_Enter}, Key::enter, "\r", {}},
+        {{XK_Control_L, XK_c}, Key::other, "", {.control = true}}, // a control character
+        {{XK_Alt_L, XK_Shift_L, XK_f}, Key::other, "F", {.shift = true, .alt = true}},
+        {{XK_Super_L, XK_l}, Key::other, "l", {.super = true}},
+        {{XK_ISO_Level3_Shift, XK_e}, Key::other, "e", {}}, // AltGr is a level, not Alt
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(XKeysymToString(c.key));
+        SCOPED_TRACE(XKeysymToString(c.chord.back()));
         const std::size_t before = observer_.keys.size();
-        tap(c.key, c.mods);
+        keys_.chord(c.chord);
         // Each modifier's press is reported as such; no release is.
-        const KeyEvent event = reported(before + c.mods.size() + 1);
-        for (std::size_t i = 0; i < c.mods.size(); ++i) {
+        const KeyEvent event = reported(before + c.chord.size());
+        for (std::size_t i = 0; i + 1 < c.chord.size(); ++i) {
             EXPECT_EQ(observer_.keys[before + i].key, Key::modifier);
         }
         EXPECT_EQ(event.key, c.kind);
@@ -162,8 +128,8 @@ TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
 
     // Buttons 4 and 5 are the wheel.
     for (unsigned button : {4u, 5u, 1u}) {
-        XTestFakeButtonEvent(display_, button, True, CurrentTime);
-        XTestFakeButtonEvent(display_, button, False, CurrentTime);
+        XTestFakeButtonEvent(keys_.display(), button, True, CurrentTime);
+        XTestFakeButtonEvent(keys_.display(), button, False, CurrentTime);
     }
     tap(XK_x); // seen only after the buttons
     reported(before + 4);
@@ -171,20 +137,17 @@ TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
 }
 
 TEST_F(X11KeySourceTest, LeavesOutOwnEventsButTracksTheirModifiers) {
-    const unsigned a = code(XK_a);
-    const unsigned shift = code(XK_Shift_L);
+    const unsigned a = keys_.code(XK_a), shift = keys_.code(XK_Shift_L);
     for (auto [keycode, press] :
          {std::pair{a, true}, {a, false}, {shift, true}, {a, true}, {a, false}, {shift, false}}) {
         own_.expect(keycode, press);
     }
-    send(a, true);
-    send(a, false);
+    tapCode(a);
     tap(XK_x); // the user's, between two of ours
-    send(shift, true);
+    keys_.send(shift, true);
     tap(XK_y); // the user's key while our Shift is down: the server shifts it
-    send(a, true);
-    send(a, false);
-    send(shift, false);
+    tapCode(a);
+    keys_.send(shift, false);
     tap(XK_z);
 
     EXPECT_EQ(reported(3).text, "z");
@@ -197,6 +160,9 @@ TEST_F(X11KeySourceTest, LeavesOutOwnEventsButTracksTheirModifiers) {
 
 TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
     openWindow();
+    auto windowGets = [&](KeySym sym, std::size_t count) {
+        return waitFor([&] { return received(sym) >= count; });
+    };
     observer_.verdict = [](const KeyEvent&) { return Verdict::swallow; };
 
     source_.grabTab(true);
@@ -207,7 +173,7 @@ TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
     tap(XK_a); // not grabbed: reaches the window, and shows the Tab did not
     EXPECT_FALSE(reported(2).held);
     ASSERT_TRUE(windowGets(XK_a, 1));
-    EXPECT_EQ(windowCount(XK_Tab), 0u);
+    EXPECT_EQ(received(XK_Tab), 0u);
 
     // With Caps Lock or Num Lock on, a plain Tab is still caught; Shift+Tab is not.
     for (KeySym lock : {XK_Caps_Lock, XK_Num_Lock}) {
@@ -218,7 +184,7 @@ TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
     reported(8);
     EXPECT_TRUE(observer_.keys[3].held);
     EXPECT_TRUE(observer_.keys[6].held);
-    tap(XK_Tab, {XK_Shift_L});
+    keys_.chord({XK_Shift_L, XK_Tab});
     EXPECT_FALSE(reported(10).held);
     ASSERT_TRUE(windowGets(XK_Tab, 1));
 
@@ -238,63 +204,58 @@ TEST_F(X11KeySourceTest, HoldsGrabbedKeysAndHandsOnTheOnesLetThrough) {
     tap(XK_Tab);
     EXPECT_TRUE(reported(13).held);
     // Quillet's own Tab, typed while the grab is on, still reaches the window.
-    own_.expect(code(XK_Tab), true);
-    own_.expect(code(XK_Tab), false);
+    own_.expect(keys_.code(XK_Tab), true);
+    own_.expect(keys_.code(XK_Tab), false);
     tap(XK_Tab);
     ASSERT_TRUE(windowGets(XK_Tab, 4));
 
     // Another client's active grab (an open menu) takes the Tab before the passive grab can:
     // the key went there, so it is not held.
-    XGrabKeyboard(display_, XDefaultRootWindow(display_), False, GrabModeAsync, GrabModeAsync,
-                  CurrentTime);
+    Display* menu = keys_.display();
+    XGrabKeyboard(menu, XDefaultRootWindow(menu), False, GrabModeAsync, GrabModeAsync, CurrentTime);
     tap(XK_Tab);
     EXPECT_FALSE(reported(14).held);
-    XUngrabKeyboard(display_, CurrentTime);
+    XUngrabKeyboard(menu, CurrentTime);
 
     source_.grabEscape(true);
     tap(XK_Escape);
     const KeyEvent escape = reported(15);
     EXPECT_EQ(escape.key, Key::escape);
     EXPECT_TRUE(escape.held);
-    EXPECT_EQ(windowCount(XK_Escape), 0u);
-    EXPECT_EQ(windowCount(XK_Tab), 5u);
+    EXPECT_EQ(received(XK_Escape), 0u);
+    EXPECT_EQ(received(XK_Tab), 4u); // not the one the menu took
 }
 
 TEST_F(X11KeySourceTest, FollowsKeymapChangesAndResetsOnlyForOtherPrograms) {
-    const std::set<unsigned> empty = testing::emptyKeycodes(display_);
+    const std::set<unsigned> empty = testing::emptyKeycodes(keys_.display());
     ASSERT_FALSE(empty.empty());
     const unsigned spare = *empty.rbegin();
 
     bind(spare, XK_eacute);
     ASSERT_TRUE(waitFor([&] { return observer_.resets == 1; }));
-    send(spare, true);
-    send(spare, false);
+    tapCode(spare);
     EXPECT_EQ(reported(1).text, "é");
 
     // Announced as Quillet's own: nothing is reset. The key follows the change at once, so
     // decoding it right shows the change was seen first.
     own_.expectMappingChange();
     bind(spare, XK_oslash);
-    send(spare, true);
-    send(spare, false);
+    tapCode(spare);
     EXPECT_EQ(reported(2).text, "ø");
     EXPECT_EQ(observer_.resets, 1);
 
     bind(spare, NoSymbol);
     ASSERT_TRUE(waitFor([&] { return observer_.resets == 2; }));
-}
 
-TEST_F(X11KeySourceTest, FollowsTheLayoutGroup) {
+    // Another layout group: German swaps Y and Z.
     if (std::system("setxkbmap -layout us,de >/dev/null 2>&1") != 0) {
         GTEST_SKIP() << "setxkbmap cannot load a second layout here";
     }
-    ASSERT_TRUE(waitFor([&] { return observer_.resets >= 1; }));
-    const unsigned y = code(XK_y);
-    for (auto [group, text] : {std::pair{1u, "z"}, {0u, "y"}}) { // German swaps Y and Z
-        XkbLockGroup(display_, XkbUseCoreKbd, group);
-        send(y, true);
-        send(y, false);
-        EXPECT_EQ(reported(group == 1 ? 1 : 2).text, text);
+    ASSERT_TRUE(waitFor([&] { return observer_.resets >= 3; }));
+    for (auto [group, text] : {std::pair{1u, "z"}, {0u, "y"}}) {
+        XkbLockGroup(keys_.display(), XkbUseCoreKbd, group);
+        tapCode(keys_.code(XK_y));
+        EXPECT_EQ(reported(group == 1 ? 3 : 4).text, text);
     }
     EXPECT_EQ(std::system("setxkbmap -layout us >/dev/null 2>&1"), 0);
 }
@@ -302,7 +263,7 @@ TEST_F(X11KeySourceTest, FollowsTheLayoutGroup) {
 TEST_F(X11KeySourceTest, DeadKeysAndComposeSequencesArriveAsTheCharacterTheyMake) {
     // Two keycodes the layout leaves empty, bound as a user's layout would have them.
     int min = 0, max = 0;
-    XDisplayKeycodes(display_, &min, &max);
+    XDisplayKeycodes(keys_.display(), &min, &max);
     bind(static_cast<unsigned>(max), XK_dead_acute);
     bind(static_cast<unsigned>(max - 1), XK_Multi_key);
     ASSERT_TRUE(waitFor([&] { return observer_.resets >= 2; }));
@@ -351,18 +312,10 @@ TEST_F(X11KeySourceTest, ReportsNothingOnceStoppedEvenFromInsideACallback) {
 
 TEST_F(X11KeySourceTest, HoldsThePhysicalKeyboardWhileQuilletTypes) {
     openWindow();
-    // The server's own keyboard, typed on as a person would.
-    XDevice* keyboard = testing::openKeyboardDevice(display_);
-    ASSERT_NE(keyboard, nullptr);
-    auto physical = [&](KeySym sym, bool press) {
-        int axes[1] = {0};
-        XTestFakeDeviceKeyEvent(display_, keyboard, code(sym), press ? True : False, axes, 0,
-                                CurrentTime);
-        XSync(display_, False);
-    };
+    testing::Typist user; // the server's own keyboard, typed on as a person would
     auto own = [&](KeySym sym) {
-        own_.expect(code(sym), true);
-        own_.expect(code(sym), false);
+        own_.expect(keys_.code(sym), true);
+        own_.expect(keys_.code(sym), false);
         tap(sym);
     };
     observer_.verdict = [](const KeyEvent& event) {
@@ -370,20 +323,18 @@ TEST_F(X11KeySourceTest, HoldsThePhysicalKeyboardWhileQuilletTypes) {
     };
 
     source_.holdKeyboard(true);
-    physical(XK_Shift_L, true);
-    physical(XK_a, true);
-    physical(XK_a, false);
+    user.key(XK_Shift_L, true);
+    user.tap(XK_a);
     own(XK_x); // Quillet's own key, typed while the user's Shift is down
-    physical(XK_Shift_L, false);
-    physical(XK_q, true);
-    physical(XK_q, false);
-    physical(XK_b, true);
+    user.key(XK_Shift_L, false);
+    user.tap(XK_q);
+    user.key(XK_b, true);
     own(XK_y);
-    physical(XK_b, false);
+    user.key(XK_b, false);
 
-    ASSERT_TRUE(windowGets(XK_y, 1));
+    ASSERT_TRUE(windowShows("xy"));
     EXPECT_EQ(reported(4).text, "b");
-    EXPECT_EQ(received_, (std::vector<KeySym>{XK_x, XK_y})) << "the user's keys were held";
+    EXPECT_EQ(window_->text(), "xy") << "the user's keys were held";
     EXPECT_EQ(observer_.keys[0].key, Key::modifier);
     EXPECT_EQ(observer_.keys[1].text, "A");
     EXPECT_EQ(observer_.keys[2].text, "q");
@@ -394,13 +345,10 @@ TEST_F(X11KeySourceTest, HoldsThePhysicalKeyboardWhileQuilletTypes) {
     // Let go: the keys let through arrive in order, the swallowed q never does, and none is
     // reported again.
     source_.holdKeyboard(false);
-    ASSERT_TRUE(windowGets(XK_b, 1));
-    EXPECT_EQ(received_, (std::vector<KeySym>{XK_x, XK_y, XK_Shift_L, XK_a, XK_b}));
-    physical(XK_c, true);
-    physical(XK_c, false);
-    ASSERT_TRUE(windowGets(XK_c, 1));
+    ASSERT_TRUE(windowShows("xyAb"));
+    user.tap(XK_c);
+    ASSERT_TRUE(windowShows("xyAbc"));
     EXPECT_FALSE(reported(5).held);
-    XCloseDevice(display_, keyboard);
 }
 
 } // namespace
