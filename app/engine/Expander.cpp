@@ -815,13 +815,12 @@ void Expander::perform(const Matcher::Match& match, std::int64_t erase, const Sn
     auto pending = std::make_shared<Pending>(
         Pending{match, erase, std::nullopt, keysSeen_, appId_, 0, false, false, {}});
     ++preparing_;
+    // A snippet the user chose is taken as it is: no scope or abbreviation to look up.
     const Snippet* snippet = chosen;
-    if (snippet != nullptr) {
-        // Chosen by the user, not matched: no scope or abbreviation to look up.
-    } else if (match.key) {
+    if (snippet == nullptr && match.key) {
         auto found = patterns_.find(*match.key);
         snippet = found != patterns_.end() ? found->second : nullptr;
-    } else {
+    } else if (snippet == nullptr) {
         snippet = activeSnippet(match.abbreviation);
     }
     if (snippet == nullptr) {

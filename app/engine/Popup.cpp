@@ -7,11 +7,6 @@
 namespace quillet {
 namespace {
 
-bool isSpace(std::string_view grapheme) {
-    return grapheme == " " || grapheme == "\t" || grapheme == "\n" || grapheme == "\r" ||
-           grapheme == "\u00a0";
-}
-
 using Active = std::vector<std::pair<std::string_view, const Snippet*>>;
 
 // The abbreviations of active that begin with prefix, as a range of the sorted list.
@@ -33,7 +28,7 @@ std::vector<Matcher::Match> PopupModel::candidates(std::string_view buffer, cons
                                                    const Usage& usage) {
     const std::vector<std::string_view> characters = text::graphemes(buffer);
     std::size_t wordStart = characters.size();
-    while (wordStart > 0 && !isSpace(characters[wordStart - 1])) {
+    while (wordStart > 0 && !text::isWhitespace(characters[wordStart - 1])) {
         --wordStart;
     }
     // The longest tail first: "Hello;th" offers ";thanks" through ";th" before "th".

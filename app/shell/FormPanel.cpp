@@ -1,6 +1,7 @@
 #include "shell/FormPanel.h"
 
 #include "shell/Present.h"
+#include "shell/QtText.h"
 
 #include <QCloseEvent>
 #include <QFormLayout>
@@ -19,10 +20,6 @@ namespace {
 
 // Longer choices scroll rather than push the panel off small screens.
 constexpr int visibleLines = 8;
-
-QString fromUtf8(const std::string& s) {
-    return QString::fromUtf8(s.data(), qsizetype(s.size()));
-}
 
 std::optional<Form::Key> formKey(const QKeyEvent& event) {
     // Arrows and Enter on the keypad arrive with the keypad flag; they are the same keys here.

@@ -2,6 +2,7 @@
 
 #include "library/SnippetSearch.h"
 #include "shell/Present.h"
+#include "shell/QtText.h"
 
 #include <QCloseEvent>
 #include <QKeyEvent>
@@ -18,19 +19,8 @@ constexpr int visibleRows = 8;
 // A preview long enough to tell snippets apart.
 constexpr int previewLength = 60;
 
-QString fromUtf8(std::string_view s) {
-    return QString::fromUtf8(s.data(), qsizetype(s.size()));
-}
-
 QString preview(const Snippet& snippet) {
-    if (snippet.locked) {
-        return QStringLiteral("Locked");
-    }
-    QString text = fromUtf8(snippet.content).simplified();
-    if (text.size() > previewLength) {
-        text = text.left(previewLength - 1) + QChar(0x2026);
-    }
-    return text;
+    return snippet.locked ? QStringLiteral("Locked") : oneLine(snippet.content, previewLength);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "shell/PopupPanel.h"
 
+#include "shell/QtText.h"
+
 #include <QFrame>
 #include <QGuiApplication>
 #include <QLabel>
@@ -14,17 +16,9 @@ namespace {
 // A preview long enough to tell snippets apart, short enough to keep the panel small.
 constexpr int previewLength = 48;
 
-QString fromUtf8(const std::string& s) {
-    return QString::fromUtf8(s.data(), qsizetype(s.size()));
-}
-
-// The snippet's first line, shortened, as a hint of what it inserts.
+// The snippet on one line, shortened, as a hint of what it inserts.
 QString preview(const std::string& expansion) {
-    QString text = fromUtf8(expansion).simplified();
-    if (text.size() > previewLength) {
-        text = text.left(previewLength - 1) + QChar(0x2026);
-    }
-    return text;
+    return oneLine(expansion, previewLength);
 }
 
 ScreenRect rectOf(const QRect& r) {

@@ -1,5 +1,6 @@
 #include "platform/x11/X11GlobalShortcut.h"
 
+#include "library/Text.h"
 #include "platform/x11/X11Locks.h"
 
 #include <X11/Xlib-xcb.h>
@@ -19,31 +20,24 @@ struct Stroke {
     KeySym keysym = NoSymbol;
 };
 
-std::string lowered(std::string text) {
-    for (char& c : text) {
-        c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    }
-    return text;
-}
-
 // "super+period" as X11 modifiers and a keysym. Modifier names are read in any case; the key's
 // name as written, then in lower case ("Period" is not a keysym, "period" is).
-std::optional<Stroke> parse(std::string_view text) {
+std::optional<Stroke> parse(std::string_view written) {
     Stroke stroke;
     while (true) {
-        const std::size_t plus = text.find('+', 1); // a lone "+" is the key itself
-        const std::string part(text.substr(0, plus));
+        const std::size_t plus = written.find('+', 1); // a lone "+" is the key itself
+        const std::string part(written.substr(0, plus));
         if (plus == std::string_view::npos) {
             stroke.keysym = XStringToKeysym(part.c_str());
             if (stroke.keysym == NoSymbol) {
-                stroke.keysym = XStringToKeysym(lowered(part).c_str());
+                stroke.keysym = XStringToKeysym(text::toLower(part).c_str());
             }
             if (stroke.keysym == NoSymbol && part == "+") {
                 stroke.keysym = XK_plus;
             }
             return stroke.keysym != NoSymbol ? std::optional(stroke) : std::nullopt;
         }
-        const std::string modifier = lowered(part);
+        const std::string modifier = text::toLower(part);
         if (modifier == "ctrl" || modifier == "control") {
             stroke.modifiers |= ControlMask;
         } else if (modifier == "alt") {
@@ -55,7 +49,7 @@ std::optional<Stroke> parse(std::string_view text) {
         } else {
             return std::nullopt;
         }
-        text.remove_prefix(plus + 1);
+        written.remove_prefix(plus + 1);
     }
 }
 
