@@ -1,16 +1,19 @@
 #include "entry/Cli.h"
 
 #include "entry/CliExpand.h"
+#include "library/AtomicFile.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryFile.h"
 #include "library/LibraryLocation.h"
 #include "library/LibraryLock.h"
 #include "library/Text.h"
+#include "transfer/Transfer.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <sys/stat.h>
 #include <unicode/uchar.h>
 
 namespace quillet {
@@ -124,10 +127,76 @@ int add(const Context& context, const std::vector<std::string>& args) {
     return 0;
 }
 
+// The same steps as the window's "Import a file…": read, warn about risky snippets, merge.
+int importFile(const Context& context, const std::vector<std::string>& args) {
+    bool trust = false;
+    std::vector<std::string> paths;
+    for (std::size_t i = 1; i < args.size(); ++i) {
+        if (args[i] == "--trust") {
+            trust = true;
+        } else {
+            paths.push_back(args[i]);
+        }
+    }
+    if (paths.size() != 1) {
+        return fail(CLI::usage());
+    }
+    Transfer::Incoming incoming;
+    {
+        FileContent file = readFile(paths[0]);
+        if (file.status != ReadStatus::ok) {
+            return fail("Couldn't read the file: " + file.error);
+        }
+        incoming = Transfer::read(file.bytes);
+    }
+    if (!trust) {
+        if (std::optional<Transfer::Warning> warning = Transfer::trustWarning(incoming.snippets)) {
+            return fail(warning->title + "\n\n" + warning->message);
+        }
+    }
+    const std::filesystem::path libraryFile = context.location.libraryFile();
+    LibraryLock lock(libraryFile, context.location.folders().data);
+    std::optional<std::vector<Snippet>> snippets = readSnippets(context);
+    if (!snippets) {
+        return fail(noLibrary);
+    }
+    Transfer::Report report = Transfer::merge(std::move(incoming), *snippets);
+    if (!report.added.empty()) {
+        snippets->insert(snippets->end(), report.added.begin(), report.added.end());
+        std::string error;
+        if (!writeLibrary(libraryFile, *snippets, error)) {
+            return fail("Couldn't save: " + error);
+        }
+    }
+    std::cout << report.text() << '\n' << std::flush;
+    return 0;
+}
+
+int exportFile(const std::vector<Snippet>& snippets, const std::vector<std::string>& args) {
+    if (args.size() > 2) {
+        return fail(CLI::usage());
+    }
+    const std::string text = Transfer::exportFile(snippets);
+    if (args.size() < 2 || args[1] == "-") {
+        std::cout << text << std::flush;
+        return 0;
+    }
+    // A file the user asked for gets the permissions any new file of theirs would.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    std::string error;
+    if (!writeFileAtomically(args[1], text, 0666 & ~mask, error)) {
+        return fail("Couldn't save the file: " + error);
+    }
+    std::cout << Transfer::exportMessage(snippets) << '\n' << std::flush;
+    return 0;
+}
+
 } // namespace
 
 const std::vector<std::string>& CLI::commands() {
-    static const std::vector<std::string> words = {"list", "expand", "add", "help", "--help", "-h"};
+    static const std::vector<std::string> words = {"list",   "expand", "add",    "import",
+                                                   "export", "help",   "--help", "-h"};
     return words;
 }
 
@@ -138,7 +207,11 @@ const std::string& CLI::usage() {
         "       snippets expand <abbreviation> [name=value\u2026]    print what it expands to; "
         "name=value fills {field:name}\n"
         "       snippets add <abbreviation> [text\u2026]             add a snippet; the text is "
-        "read from stdin when left out";
+        "read from stdin when left out\n"
+        "       snippets import <file> [--trust]                add the snippets of an exchange, "
+        "JSON or CSV file\n"
+        "       snippets export [file]                          write every snippet to an "
+        "exchange file, or to stdout";
     return text;
 }
 
@@ -160,7 +233,8 @@ std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
         return 0;
     }
     Context context;
-    // One read serves list; add reads again under its lock, and expand on its own task.
+    // One read serves list and export; add and import read again under the lock, and expand on
+    // its own task.
     std::optional<std::vector<Snippet>> snippets = readSnippets(context);
     if (!snippets) {
         return fail(noLibrary);
@@ -170,6 +244,12 @@ std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
     }
     if (word == "add") {
         return add(context, args);
+    }
+    if (word == "import") {
+        return importFile(context, args);
+    }
+    if (word == "export") {
+        return exportFile(*snippets, args);
     }
     if (args.size() < 2) {
         return fail(usage());

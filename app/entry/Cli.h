@@ -6,8 +6,8 @@
 
 namespace quillet {
 
-/// The command-line tool `snippets`: list, expand and add snippets in the library file, without
-/// a running application. Every error is one line on standard error and status 1.
+/// The command-line tool `snippets`: list, expand, add, import and export snippets in the library
+/// file, without a running application. Every error goes to standard error, with status 1.
 struct CLI {
     /// The recognised first words; anything else starts the application.
     static const std::vector<std::string>& commands();

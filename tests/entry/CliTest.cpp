@@ -85,17 +85,22 @@ TEST_F(CliTest, UnknownWordsGoToTheApplicationAndAMissingOrDamagedLibraryIsLeftA
         ProcessResult r = run({word});
         EXPECT_EQ(r.status, 0) << word;
         EXPECT_TRUE(r.out.starts_with("usage: snippets list      ")) << r.out;
-        EXPECT_TRUE(r.out.ends_with("read from stdin when left out\n"));
+        EXPECT_TRUE(r.out.ends_with("exchange file, or to stdout\n"));
         EXPECT_EQ(r.err, "");
     }
+    testing::writeText(home / "in.csv", "a,b");
+    const std::string csv = (home / "in.csv").string();
     for (const Run& c : std::vector<Run>{{{"list"}, 1, "", noLibrary},
                                          {{"expand"}, 1, "", noLibrary},
-                                         {{"add", ";x", "y"}, 1, "", noLibrary}}) {
+                                         {{"add", ";x", "y"}, 1, "", noLibrary},
+                                         {{"import", csv}, 1, "", noLibrary},
+                                         {{"export"}, 1, "", noLibrary}}) {
         expect(c);
     }
     std::filesystem::create_directories(libraryFile.parent_path());
     testing::writeText(libraryFile, "[{\"id\": broken");
     expect({{"add", ";x", "y"}, 1, "", noLibrary});
+    expect({{"import", csv}, 1, "", noLibrary});
     EXPECT_EQ(testing::contentsOf(libraryFile), "[{\"id\": broken");
     // Any other word starts the application, which says why it cannot listen without a display.
     for (const char* word : {"-psn_0_123", "--foo", "List"}) {
@@ -230,6 +235,83 @@ TEST_F(CliTest, AdditionsSurviveTheApplicationsNextSave) {
         abbreviations.push_back(s.abbreviation);
     }
     EXPECT_EQ(abbreviations, (std::vector<std::string>{";app", ";cli"}));
+}
+
+TEST_F(CliTest, ImportMergesFilesAndWarnsBeforeAddingRiskyOnes) {
+    add(";a", "x");
+    save();
+    auto file = [&](const std::string& name, const std::string& bytes) {
+        testing::writeText(home / name, bytes);
+        return (home / name).string();
+    };
+    const std::string pack =
+        file("pack.json", R"({"version": 1, "snippets": [{"abbreviation": ";a", "content": "y"},
+                              {"abbreviation": "b", "content": "z", "markdown": true}]})");
+    const std::string csv = file("list.csv", "\xEF\xBB\xBFKeyword,Phrase\r\nx,\"1,2\"\r\n!y,3\r\n");
+    const std::string risky = file("risky.csv", "k,a{key:tab}b\nc,{clipboard}\n");
+    const std::string binary = file("picture.png", "\x89PNG\r\n\x1A\n\xFF");
+    const std::string warning = "Some of these press keys, paste your clipboard or run scripts\n"
+                                "\n;k, ;c\n\nImport them only if you trust where they came "
+                                "from.\n";
+    const std::string note = "\n\nWorth a look:\n\u2022 ;k: presses keys, pastes your clipboard, "
+                             "includes another snippet or runs a script.\n\u2022 ;c: presses "
+                             "keys, pastes your clipboard, includes another snippet or runs a "
+                             "script.\n";
+    const Run cases[] = {
+        {{"import", pack}, 0, "Added 1 snippet. Left out:\n\u2022 ;a: you already have one.\n", ""},
+        {{"import", csv}, 0, "Added 2 snippets.\n", ""},
+        {{"import", risky}, 1, "", warning},
+        {{"import", "--trust", risky}, 0, "Added 2 snippets." + note, ""},
+        {{"import", binary}, 0, "Added 0 snippets. Left out:\n\u2022 This file isn't text.\n", ""},
+        {{"import", (home / "missing.csv").string()}, 1, "", "Couldn't read the file: "},
+        {{"import", home.path().string()}, 1, "", "Couldn't read the file: "},
+        {{"import"}, 1, "", "usage: snippets"},
+        {{"import", csv, pack}, 1, "", "usage: snippets"},
+    };
+    for (const Run& c : cases) {
+        expect(c);
+    }
+    std::vector<std::string> abbreviations;
+    for (const Snippet& s : saved()) {
+        abbreviations.push_back(s.abbreviation + "=" + s.content);
+    }
+    EXPECT_EQ(abbreviations, (std::vector<std::string>{";a=x", "b=z", ";x=1,2", ";y=3",
+                                                       ";k=a{key:tab}b", ";c={clipboard}"}));
+}
+
+TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
+    add(";a", "x");
+    add(";s", "").locked = true;
+    add("", "no abbreviation");
+    save();
+    const std::string file = (home / "out/quillet-snippets.json").string();
+    std::filesystem::create_directories(home / "out");
+    const Run cases[] = {
+        {{"export", file},
+         0,
+         "Exported 2 snippets. Images stay behind. Locked snippets are exported without their "
+         "text.\n",
+         ""},
+        {{"export", (home / "no/folder.json").string()}, 1, "", "Couldn't save the file: "},
+        {{"export", file, "more"}, 1, "", "usage: snippets"},
+    };
+    for (const Run& c : cases) {
+        expect(c);
+    }
+    const std::string written = testing::contentsOf(file);
+    EXPECT_TRUE(written.starts_with("{\n  \"snippets\": [\n")) << written;
+    for (const char* out : {"-", ""}) {
+        ProcessResult r = run(*out ? std::vector<std::string>{"export", out}
+                                   : std::vector<std::string>{"export"});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out, written);
+        EXPECT_EQ(r.err, "");
+    }
+    expect({{"import", file},
+            0,
+            "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;s: you "
+            "already have one.\n",
+            ""});
 }
 
 } // namespace
