@@ -162,7 +162,8 @@ int importFile(const Context& context, const std::vector<std::string>& args) {
     }
     Transfer::Report report = Transfer::merge(std::move(incoming), *snippets);
     if (!report.added.empty()) {
-        snippets->insert(snippets->end(), report.added.begin(), report.added.end());
+        snippets->insert(snippets->end(), std::make_move_iterator(report.added.begin()),
+                         std::make_move_iterator(report.added.end()));
         std::string error;
         if (!writeLibrary(libraryFile, *snippets, error)) {
             return fail("Couldn't save: " + error);

@@ -105,13 +105,19 @@ std::optional<std::vector<Transfer::Entry>> entriesFromJson(const json& list) {
     return entries;
 }
 
-// Full Unicode lower-casing of the cell without the spaces and tabs around it.
+// Full Unicode lower-casing of the cell without the spaces and tabs around it. A cell too long
+// to lower-case to any column name is not lower-cased at all: the first row of a headerless file
+// may hold a text of any size.
 std::string headerName(std::string_view cell) {
+    constexpr std::size_t longestName = 64;
     std::size_t first = cell.find_first_not_of(" \t");
     if (first == std::string_view::npos) {
         return {};
     }
     std::size_t last = cell.find_last_not_of(" \t");
+    if (last - first >= longestName) {
+        return {};
+    }
     return text::toLower(cell.substr(first, last - first + 1));
 }
 
@@ -167,6 +173,33 @@ Transfer::Incoming readCsvFile(std::string_view text) {
         incoming.snippets.push_back(std::move(s));
     }
     return incoming;
+}
+
+// Neither an exchange file nor a list of entries nests deeper than four levels (pack, list,
+// entry, its lists). Deeper text is neither, and is not parsed: its document would be many times
+// the size of the text.
+bool nestsAtMost(std::string_view text, int limit) {
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit) {
+                return false;
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return true;
 }
 
 // Parses without exceptions; a value that is not JSON is discarded.
@@ -362,7 +395,8 @@ Transfer::Incoming Transfer::read(std::string_view bytes, const ForeignReader& f
     // twice in memory.
     std::string_view body = bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes;
     std::size_t bodyStart = body.find_first_not_of(" \t\r\n");
-    if (bodyStart != std::string_view::npos && (body[bodyStart] == '{' || body[bodyStart] == '[')) {
+    if (bodyStart != std::string_view::npos && (body[bodyStart] == '{' || body[bodyStart] == '[') &&
+        nestsAtMost(body, 4)) {
         json document = parseJson(bytes);
         if (!document.is_discarded()) {
             if (std::optional<Pack> pack = Pack::fromJson(document)) {
