@@ -6,7 +6,7 @@ _snippets() {
         cword=$COMP_CWORD
     }
     if [ "$cword" -eq 1 ]; then
-        COMPREPLY=($(compgen -W "list expand add help" -- "$cur"))
+        COMPREPLY=($(compgen -W "list expand add import export help" -- "$cur"))
         return
     fi
     case "${COMP_WORDS[1]}" in
@@ -14,6 +14,20 @@ _snippets() {
         if [ "$cword" -eq 2 ]; then
             local IFS=$'\n'
             COMPREPLY=($(compgen -W "$(snippets list 2>/dev/null | cut -f1)" -- "$cur"))
+        fi
+        ;;
+    import)
+        if [[ "$cur" == -* ]]; then
+            COMPREPLY=($(compgen -W "--trust" -- "$cur"))
+        else
+            compopt -o filenames 2>/dev/null
+            COMPREPLY=($(compgen -f -- "$cur"))
+        fi
+        ;;
+    export)
+        if [ "$cword" -eq 2 ]; then
+            compopt -o filenames 2>/dev/null
+            COMPREPLY=($(compgen -f -- "$cur"))
         fi
         ;;
     esac
