@@ -32,6 +32,10 @@ constexpr auto transferPatience = std::chrono::seconds(5);
 
 constexpr std::string_view utf8TextType = "text/plain;charset=utf-8";
 
+// The most of another owner's content kept in memory ahead of a paste; larger content is fetched
+// when an expansion needs it.
+constexpr std::size_t keepLimit = std::size_t{4} << 20;
+
 // Targets that describe the selection or act on it instead of holding content. TEXT is left out
 // of snapshots too: it is an alias whose answer's encoding the owner chooses.
 constexpr std::array<std::string_view, 22> metaTargets = {"TARGETS",
@@ -250,9 +254,9 @@ public:
     ~Impl();
 
     std::int64_t changeCount() const;
-    std::vector<std::string> types() const;
-    std::optional<std::string> data(std::string_view type) const;
-    std::optional<std::string> text() const;
+    std::vector<std::string> types();
+    std::optional<std::string> data(std::string_view type);
+    std::optional<std::string> text();
     void write(std::vector<ClipboardItem> items);
     void setOnChange(std::function<void()> changed);
     void offer(std::vector<ClipboardItem> items, Fetched fetched,
@@ -261,6 +265,13 @@ public:
     void restore(Snapshot snapshot);
 
 private:
+    /// Another owner's content, fetched when it took the clipboard.
+    struct Kept {
+        std::int64_t change; // the changeCount_ it belongs to
+        Snapshot snapshot;
+        std::vector<std::string> targets; // everything the owner offered, in its order
+    };
+
     struct Atoms {
         Atom clipboard, targets, timestamp, multiple, incr, atomPair, utf8String, text, textPlain,
             textPlainUtf8, transfer, stamp;
@@ -330,6 +341,8 @@ private:
     bool owning() const;
     void ownerChanged(Window owner, bool setByClient);
     void lostOwnership();
+    const Snapshot* kept();
+    std::optional<Snapshot> take(bool keeping, std::vector<std::string>* offered = nullptr);
 
     const std::string* plainText() const;
     std::vector<std::pair<Atom, std::string>> offered() const;
@@ -367,6 +380,7 @@ private:
     std::deque<Window> ownEchoes_; // owners Quillet set whose change notices are still to come
     std::int64_t changeCount_ = 0;
     std::function<void()> changed_;
+    std::optional<Kept> kept_;
 };
 
 std::unique_ptr<X11Clipboard> X11Clipboard::open(const std::string& display, Scheduler& scheduler,
@@ -599,9 +613,37 @@ void X11Clipboard::Impl::ownerChanged(Window owner, bool setByClient) {
         }
     }
     ++changeCount_;
+    kept_.reset();
+    // The notice may be old news: asking an owner that is Quillet by now would wait on itself.
+    if (const Window current = XGetSelectionOwner(display(), atoms_.clipboard);
+        owner != None && current != None && current != window_) {
+        // Fetched now, while nothing waits on it, so that an expansion can borrow the clipboard
+        // without a round trip through its owner. A later change still queued resets it.
+        const std::int64_t change = changeCount_;
+        std::vector<std::string> offered;
+        if (std::optional<Snapshot> taken = take(true, &offered)) {
+            kept_ = Kept{change, std::move(*taken), std::move(offered)};
+        }
+    }
     if (changed_) {
         changed_();
     }
+}
+
+const X11Clipboard::Snapshot* X11Clipboard::Impl::kept() {
+    if (!kept_) {
+        return nullptr;
+    }
+    // A copy made an instant ago may not have been announced yet: a round trip through the
+    // server brings every notice it sent before, so a stale copy is never lent out.
+    Display* d = display();
+    XSync(d, False);
+    XEvent event;
+    while (kept_ && XCheckTypedEvent(d, fixesEvent_, &event)) {
+        handle(event);
+    }
+    connection_->drainSoon();
+    return kept_ && kept_->change == changeCount_ ? &kept_->snapshot : nullptr;
 }
 
 void X11Clipboard::Impl::lostOwnership() {
@@ -1058,10 +1100,12 @@ X11Clipboard::Impl::Reply X11Clipboard::Impl::receiveIncrementally(std::size_t e
     }
 }
 
-std::vector<std::string> X11Clipboard::Impl::types() const {
-    const Window owner = XGetSelectionOwner(display(), atoms_.clipboard);
+std::vector<std::string> X11Clipboard::Impl::types() {
     std::vector<std::string> all;
-    if (owner == window_ && served_) {
+    if (kept() != nullptr) {
+        all = kept_->targets;
+    } else if (const Window owner = XGetSelectionOwner(display(), atoms_.clipboard);
+               owner == window_ && served_) {
         for (auto& [atom, name] : offered()) {
             all.push_back(std::move(name));
         }
@@ -1081,7 +1125,17 @@ std::vector<std::string> X11Clipboard::Impl::types() const {
     return out;
 }
 
-std::optional<std::string> X11Clipboard::Impl::data(std::string_view type) const {
+std::optional<std::string> X11Clipboard::Impl::data(std::string_view type) {
+    if (const Snapshot* copy = kept()) {
+        for (const ClipboardItem& item : copy->items) {
+            if (item.type == type) {
+                return item.data;
+            }
+        }
+        if (type != "TEXT") { // an alias that is not kept: its answer is the owner's to choose
+            return std::nullopt;
+        }
+    }
     const Window owner = XGetSelectionOwner(display(), atoms_.clipboard);
     // An atom nobody has interned cannot be a target anyone offers.
     Reply reply = fetch(atomIfExists(type), owner);
@@ -1092,7 +1146,22 @@ std::optional<std::string> X11Clipboard::Impl::data(std::string_view type) const
     return std::move(reply.data);
 }
 
-std::optional<std::string> X11Clipboard::Impl::text() const {
+std::optional<std::string> X11Clipboard::Impl::text() {
+    if (const Snapshot* copy = kept()) {
+        for (std::string_view type : {utf8TextType, std::string_view("UTF8_STRING")}) {
+            for (const ClipboardItem& item : copy->items) {
+                if (item.type == type) {
+                    return item.data;
+                }
+            }
+        }
+        for (const ClipboardItem& item : copy->items) {
+            if (item.type == "STRING") {
+                return fromLatin1(item.data);
+            }
+        }
+        return std::nullopt;
+    }
     const Window owner = XGetSelectionOwner(display(), atoms_.clipboard);
     std::optional<std::string> found;
     for (Atom target : {atoms_.textPlainUtf8, atoms_.utf8String, stringAtom}) {
@@ -1110,6 +1179,9 @@ std::optional<std::string> X11Clipboard::Impl::text() const {
 }
 
 std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::snapshot() {
+    if (const Snapshot* copy = kept()) {
+        return *copy;
+    }
     const Window owner = XGetSelectionOwner(display(), atoms_.clipboard);
     if (owner == None) {
         return Snapshot{};
@@ -1117,6 +1189,11 @@ std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::snapshot() {
     if (owner == window_) {
         return Snapshot{served_ ? served_->items : std::vector<ClipboardItem>{}};
     }
+    return take(false);
+}
+
+std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::take(bool keeping,
+                                                               std::vector<std::string>* offered) {
     std::optional<Snapshot> result;
     Reply list = request(atoms_.targets);
     if (list.result != Reply::Result::timedOut) {
@@ -1126,6 +1203,9 @@ std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::snapshot() {
             targets = {atoms_.utf8String, stringAtom};
         }
         const std::vector<std::string> targetNames = names(targets);
+        if (offered != nullptr) {
+            *offered = targetNames;
+        }
         std::vector<Atom> wanted;
         std::vector<std::string> wantedNames;
         for (std::size_t i = 0; i < targets.size(); ++i) {
@@ -1134,20 +1214,27 @@ std::optional<X11Clipboard::Snapshot> X11Clipboard::Impl::snapshot() {
                 std::find(wantedNames.begin(), wantedNames.end(), name) != wantedNames.end()) {
                 continue;
             }
+            if (keeping && contains(markerTypes, name)) {
+                // Secrets and transient content are not kept around, only borrowed for a paste.
+                connection_->drainSoon();
+                return std::nullopt;
+            }
             wanted.push_back(targets[i]);
             wantedNames.push_back(name);
         }
         Snapshot taken;
         bool complete = true;
+        std::size_t size = 0;
         std::vector<Reply> replies = requestAll(wanted);
         for (std::size_t i = 0; i < replies.size(); ++i) {
             if (replies[i].result == Reply::Result::timedOut) {
                 complete = false;
             } else if (replies[i].result == Reply::Result::ok) {
+                size += replies[i].data.size();
                 taken.items.push_back({wantedNames[i], std::move(replies[i].data)});
             }
         }
-        if (complete) {
+        if (complete && (!keeping || size <= keepLimit)) {
             result = std::move(taken);
         }
     }

@@ -296,6 +296,50 @@ TEST_F(X11ClipboardTest, SnapshotAndRestoreKeepEveryFormatByteForByte) {
     EXPECT_EQ(quillet->text(), "newer");
 }
 
+// What another owner copied is fetched when it is copied, so borrowing the clipboard for a paste
+// asks nobody; secrets are never kept that way.
+TEST_F(X11ClipboardTest, AnotherOwnersContentIsKeptAheadUnlessMarkedSecret) {
+    int announced = 0;
+    quillet->setOnChange([&] { ++announced; });
+    std::promise<void> resume;
+    std::shared_future<void> resumed = resume.get_future().share();
+    auto busy = [&] {
+        // The owner stops answering until resumed.
+        auto started = std::make_shared<std::promise<void>>();
+        auto running = started->get_future();
+        (void)other.call([started, resumed](X11Clipboard&) {
+            started->set_value();
+            resumed.wait();
+            return true;
+        });
+        running.wait();
+    };
+
+    const std::vector<ClipboardItem> copied = {{"text/plain;charset=utf-8", "kept"},
+                                               {"text/html", "<i>kept</i>"}};
+    otherWrites(copied);
+    ASSERT_TRUE(waitFor([&] { return announced == 1; }));
+    busy();
+    // The stopped owner could not answer now: all of this comes from the copy kept ahead.
+    const std::optional<X11Clipboard::Snapshot> borrowed = quillet->snapshot();
+    ASSERT_TRUE(borrowed);
+    for (const ClipboardItem& item : copied) {
+        EXPECT_THAT(borrowed->items, Contains(item));
+    }
+    EXPECT_EQ(quillet->text(), "kept");
+    EXPECT_EQ(quillet->data("text/html"), "<i>kept</i>");
+    EXPECT_THAT(quillet->types(), Contains("text/html"));
+    resume.set_value();
+
+    std::promise<void> resumeAgain;
+    resumed = resumeAgain.get_future().share();
+    otherWrites({{"text/plain;charset=utf-8", "hunter2"}, {"x-kde-passwordManagerHint", "secret"}});
+    ASSERT_TRUE(waitFor([&] { return announced == 2; }));
+    busy();
+    EXPECT_EQ(quillet->snapshot(), std::nullopt);
+    resumeAgain.set_value();
+}
+
 TEST_F(X11ClipboardTest, OfferReportsTheFetchOnlyOnceTheReaderIsDone) {
     std::optional<bool> fetched;
     const auto done = [&](bool f) { fetched = f; };
@@ -318,14 +362,14 @@ TEST_F(X11ClipboardTest, OfferReportsTheFetchOnlyOnceTheReaderIsDone) {
 
     // Nobody fetches.
     fetched.reset();
-    quillet->offer({{"text/plain;charset=utf-8", "unread"}}, done, 200ms);
+    quillet->offer(Payload{"unread", std::nullopt, std::nullopt}.items(), done, 200ms);
     EXPECT_TRUE(waitFor([&] { return fetched.has_value(); }));
     EXPECT_EQ(fetched, false);
 
     // An incremental transfer is done only when the last chunk has been taken.
     fetched.reset();
     const std::string big = noise(5 << 20);
-    quillet->offer({{"text/plain;charset=utf-8", big}}, done, 60s);
+    quillet->offer(Payload{big, std::nullopt, std::nullopt}.items(), done, 60s);
     ASSERT_EQ(answerOf("UTF8_STRING", property), property);
     const Outside::Property marker = outside.read(property);
     ASSERT_EQ(marker.type, outside.atom("INCR"));
