@@ -509,15 +509,16 @@ void Expander::rebuild() {
     active_.shrink_to_fit();
     // The matcher only decides that an abbreviation fired; its content is looked up here, so
     // the matcher keeps no second copy of every content.
-    Matcher::Sorted table;
-    table.reserve(active_.size());
+    std::vector<std::string_view> keys;
+    keys.reserve(active_.size());
     for (const auto& [abbreviation, snippet] : active_) {
-        table.emplace_back(abbreviation, std::string());
+        keys.push_back(abbreviation);
         if (snippet->trigger) {
             modes.emplace(abbreviation, *snippet->trigger);
         }
     }
-    matcher_.setAbbreviations(std::move(table), std::move(modes));
+    // Views into the library, which all_ keeps alive until the next rebuild.
+    matcher_.setAbbreviationViews(std::move(keys), std::move(modes));
     matcher_.setPatterns(std::move(patterns));
     matcher_.compile();
 }

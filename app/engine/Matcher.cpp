@@ -121,8 +121,30 @@ void Matcher::setSnippets(Table snippets, Modes modes) {
 }
 
 void Matcher::setAbbreviations(Sorted snippets, Modes modes) {
-    snippets_ = std::move(snippets);
-    std::sort(snippets_.begin(), snippets_.end());
+    std::sort(snippets.begin(), snippets.end());
+    texts_.clear();
+    const bool texts = std::any_of(snippets.begin(), snippets.end(),
+                                   [](const auto& entry) { return !entry.second.empty(); });
+    auto owned = std::make_shared<std::vector<std::string>>();
+    owned->reserve(snippets.size());
+    for (auto& [key, text] : snippets) {
+        owned->push_back(std::move(key));
+        if (texts) {
+            texts_.push_back(std::move(text));
+        }
+    }
+    keys_.assign(owned->begin(), owned->end());
+    owned_ = std::move(owned);
+    modes_ = std::move(modes);
+    rebuildSnippetIndex();
+    rebuildExtraIndex(); // shadowing depends on the user's abbreviations
+}
+
+void Matcher::setAbbreviationViews(std::vector<std::string_view> keys, Modes modes) {
+    std::sort(keys.begin(), keys.end());
+    keys_ = std::move(keys);
+    owned_.reset();
+    texts_.clear();
     modes_ = std::move(modes);
     rebuildSnippetIndex();
     rebuildExtraIndex(); // shadowing depends on the user's abbreviations
@@ -145,13 +167,6 @@ namespace {
 
 // Entries in a fixed order so that keys that compare equal once composed resolve the same way
 // every time.
-const std::string& keyOf(const std::pair<std::string, std::string>& entry) {
-    return entry.first;
-}
-const std::string& keyOf(const std::string& key) {
-    return key;
-}
-
 template <typename Map> std::vector<std::string> sortedKeys(const Map& map) {
     std::vector<std::string> keys;
     keys.reserve(map.size());
@@ -179,10 +194,10 @@ ReverseIndex::Flags flag(TriggerMode mode) {
 void Matcher::rebuildSnippetIndex() {
     std::vector<std::string> composed;
     std::vector<ReverseIndex::Flags> flags;
-    composed.reserve(snippets_.size());
-    flags.reserve(snippets_.size());
-    for (auto& [key, text] : snippets_) {
-        auto own = modes_.find(key);
+    composed.reserve(keys_.size());
+    flags.reserve(keys_.size());
+    for (std::string_view key : keys_) {
+        auto own = modes_.find(std::string(key));
         flags.push_back(own != modes_.end() ? flag(own->second) : followsGlobal);
         composed.push_back(text::nfc(key));
     }
@@ -196,9 +211,7 @@ void Matcher::rebuildExtraIndex() {
     for (auto& key : sortedKeys(extras_)) {
         const Extra& extra = extras_.at(key);
         // The user's own abbreviation of the same key wins: such an entry never fires.
-        const bool shadowed =
-            std::binary_search(snippets_.begin(), snippets_.end(), key,
-                               [](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
+        const bool shadowed = std::binary_search(keys_.begin(), keys_.end(), key);
         flags.push_back(shadowed ? 0 : flag(extra.mode));
         composed.push_back(text::nfc(key));
         extraEntries_.push_back(Entry{key, extra.text, !key.empty() && text::isLetterOrDigit(key)});
@@ -358,7 +371,8 @@ std::optional<Matcher::Match> Matcher::feed(std::string_view typed) {
 
 std::optional<Matcher::Match> Matcher::fire(Mode trigger, std::string_view trailer) {
     if (auto i = longestSuffix(snippetIndex_, trigger, nullptr)) {
-        const auto& [key, text] = snippets_[*i];
+        const std::string key(keys_[*i]);
+        const std::string text = texts_.empty() ? std::string() : texts_[*i];
         int count = static_cast<int>(text::graphemeCount(key));
         return finish(key, text, trailer, count - 1);
     }

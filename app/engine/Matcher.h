@@ -64,6 +64,10 @@ public:
     void setSnippets(Table snippets, Modes modes = {});
     /// As setSnippets, from a list of abbreviations and expansions in any order, each once.
     void setAbbreviations(Sorted snippets, Modes modes = {});
+    /// As setAbbreviations, without expansions (Match::expansion comes back empty), from views
+    /// into text the caller keeps unchanged until the next call: a large library's
+    /// abbreviations are then held once, by their snippets.
+    void setAbbreviationViews(std::vector<std::string_view> keys, Modes modes = {});
     /// Replaces the regular-expression abbreviations; call compile() afterwards.
     void setPatterns(std::map<std::string, std::string> patterns);
     /// Rebuilds the compiled expressions from the patterns; invalid ones are left out.
@@ -75,7 +79,8 @@ public:
     /// Replaces the entries that fire like abbreviations.
     void setExtras(Extras extras);
 
-    const Sorted& snippets() const { return snippets_; }
+    /// The abbreviations that may fire, in key order.
+    const std::vector<std::string_view>& abbreviations() const { return keys_; }
     const Modes& modes() const { return modes_; }
     const std::map<std::string, std::string>& patterns() const { return patterns_; }
     const Table& corrections() const { return corrections_; }
@@ -136,9 +141,12 @@ private:
     Match finish(std::string abbreviation, std::string expansion, std::string_view trailer,
                  int onScreen, std::optional<std::string> key = std::nullopt);
 
-    // A large library's abbreviations are held here once, in key order; the index's entry i
-    // is snippets_[i].
-    Sorted snippets_;
+    // The abbreviations in key order; the index's entry i is keys_[i]. They view owned_ or
+    // the caller's text. The engine looks expansions up itself, so texts_ stays empty unless
+    // a caller gave texts: an empty string per abbreviation would cost a library's worth.
+    std::vector<std::string_view> keys_;
+    std::shared_ptr<const std::vector<std::string>> owned_; // shared by copies, which view it
+    std::vector<std::string> texts_;
     Modes modes_;
     std::map<std::string, std::string> patterns_;
     Table corrections_;

@@ -28,6 +28,7 @@ void ReverseIndex::build(const std::vector<std::string>& keys, const std::vector
     };
     std::vector<Run> runs{{0, static_cast<std::uint32_t>(keys.size()), 0}}; // node i is runs[i]
     nodes_.clear();
+    subtree_.clear();
     labels_.assign(1, 0);
     entries_.clear();
     flags_.clear();
@@ -36,14 +37,14 @@ void ReverseIndex::build(const std::vector<std::string>& keys, const std::vector
         Node n;
         n.firstChild = static_cast<std::uint32_t>(runs.size());
         n.firstEntry = static_cast<std::uint32_t>(entries_.size());
+        Flags subtree = 0;
         std::uint32_t at = run.from;
         // Keys that end here sort first in their run, equal ones in their given order.
         for (; at < run.to && keys[sorted[at]].size() == run.depth; ++at) {
             entries_.push_back(sorted[at]);
             flags_.push_back(flags[sorted[at]]);
-            n.subtree |= flags[sorted[at]];
+            subtree |= flags[sorted[at]];
         }
-        n.entryCount = static_cast<std::uint32_t>(entries_.size()) - n.firstEntry;
         while (at < run.to) {
             const unsigned char byte = byteAt(sorted[at], run.depth);
             std::uint32_t end = at + 1;
@@ -52,26 +53,27 @@ void ReverseIndex::build(const std::vector<std::string>& keys, const std::vector
             }
             runs.push_back(Run{at, end, run.depth + 1});
             labels_.push_back(byte);
-            ++n.childCount;
             at = end;
         }
         nodes_.push_back(n);
+        subtree_.push_back(subtree);
     }
+    nodes_.push_back(
+        Node{static_cast<std::uint32_t>(runs.size()), static_cast<std::uint32_t>(entries_.size())});
     // The index lives as long as the library; the slack of its growth would too.
     nodes_.shrink_to_fit();
+    subtree_.shrink_to_fit();
     labels_.shrink_to_fit();
     entries_.shrink_to_fit();
     flags_.shrink_to_fit();
     // Children come after their parents, so one backward pass gathers every subtree's flags.
-    for (std::size_t i = nodes_.size(); i-- > 0;) {
-        const Node& n = nodes_[i];
-        for (std::uint32_t c = n.firstChild; c < n.firstChild + n.childCount; ++c) {
-            nodes_[i].subtree |= nodes_[c].subtree;
+    for (std::size_t i = subtree_.size(); i-- > 0;) {
+        for (std::uint32_t c = nodes_[i].firstChild; c < nodes_[i + 1].firstChild; ++c) {
+            subtree_[i] |= subtree_[c];
         }
     }
     rootTable_.assign(256, none);
-    const Node& root = nodes_[0];
-    for (std::uint32_t c = root.firstChild; c < root.firstChild + root.childCount; ++c) {
+    for (std::uint32_t c = nodes_[0].firstChild; c < nodes_[1].firstChild; ++c) {
         rootTable_[labels_[c]] = c;
     }
 }
@@ -80,9 +82,8 @@ std::uint32_t ReverseIndex::child(std::uint32_t node, unsigned char byte) const 
     if (node == 0) {
         return rootTable_[byte];
     }
-    const Node& n = nodes_[node];
-    auto first = labels_.begin() + n.firstChild;
-    auto last = first + n.childCount;
+    auto first = labels_.begin() + nodes_[node].firstChild;
+    auto last = labels_.begin() + nodes_[node + 1].firstChild;
     auto it = std::lower_bound(first, last, byte);
     if (it == last || *it != byte) {
         return none;

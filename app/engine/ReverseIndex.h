@@ -30,11 +30,10 @@ public:
         }
         std::uint32_t node = 0;
         for (std::size_t depth = 0;; ++depth) {
-            const Node& n = nodes_[node];
-            if ((n.subtree & wanted) == 0) {
+            if ((subtree_[node] & wanted) == 0) {
                 return;
             }
-            for (std::uint32_t i = n.firstEntry; i < n.firstEntry + n.entryCount; ++i) {
+            for (std::uint32_t i = nodes_[node].firstEntry; i < nodes_[node + 1].firstEntry; ++i) {
                 if (flags_[i] & wanted) {
                     visit(entries_[i], depth);
                 }
@@ -53,18 +52,18 @@ private:
     static constexpr std::uint32_t none = 0xFFFFFFFFu;
 
     // Nodes are laid out breadth first, so a node's children are contiguous: the edge into node
-    // i is labels_[i], and a lookup scans the children's labels, which share a cache line.
+    // i is labels_[i], and a lookup scans the children's labels, which share a cache line. A
+    // node's children and entries end where the next node's begin (a last node closes the
+    // list), so counts take no room: a large library has several nodes per abbreviation.
     struct Node {
         std::uint32_t firstChild = 0;
-        std::uint16_t childCount = 0;
-        Flags subtree = 0; // every flag of the keys at or below this node
         std::uint32_t firstEntry = 0;
-        std::uint32_t entryCount = 0;
     };
 
     std::uint32_t child(std::uint32_t node, unsigned char byte) const;
 
     std::vector<Node> nodes_;
+    std::vector<Flags> subtree_; // per node: every flag of the keys at or below it
     std::vector<unsigned char> labels_;
     std::vector<std::uint32_t> entries_;
     std::vector<Flags> flags_; // parallel to entries_

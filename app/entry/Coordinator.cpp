@@ -188,6 +188,7 @@ void Coordinator::refresh() {
         }
         log("listening; " + std::to_string(store_.snippets().size()) + " snippets from " +
             store_.location().libraryFile().string());
+        returnFreeMemory(); // what reading the library and building the indexes left behind
     }
     if (engine_->paused()) {
         const std::string holder = engine_->pausedBy();

@@ -28,20 +28,22 @@ struct Snippet {
     /// What the content is: a template, or a script in one of the supported languages.
     enum class Kind { text, javascript, shell, applescript };
 
+    // The small fields come last, together: a large library holds a record per snippet, and
+    // spread between the larger ones each would take a padded word of its own.
     Uuid id;
     std::string abbreviation;           ///< what the user types; a regular expression when regex
     std::string content;                ///< the template, or the script source
-    Scope scope = Scope::everywhere;    ///< where it fires, together with apps and sites
     std::vector<std::string> apps;      ///< application ids that scope refers to
     std::vector<std::string> sites;     ///< site hosts that scope refers to
-    bool markdown = false;              ///< content is Markdown and pastes as styled text
     std::optional<std::string> image;   ///< file name of a picture in the images folder
-    bool regex = false;                 ///< abbreviation is a regular expression
+    std::optional<Date> created;        ///< creation time, absent for records that never had one
+    Scope scope = Scope::everywhere;    ///< where it fires, together with apps and sites
     Kind kind = Kind::text;             ///< template or script language
+    std::optional<TriggerMode> trigger; ///< own trigger; absent means the global setting
+    bool markdown = false;              ///< content is Markdown and pastes as styled text
+    bool regex = false;                 ///< abbreviation is a regular expression
     bool archived = false;              ///< kept, but never expands and is never listed
     bool locked = false;                ///< real content is kept in the secret store
-    std::optional<TriggerMode> trigger; ///< own trigger; absent means the global setting
-    std::optional<Date> created;        ///< creation time, absent for records that never had one
 
     /// A fresh record: a new random id, created now, every other field at its default.
     static Snippet make();

@@ -157,9 +157,7 @@ void Usage::undo(const Uuid& id, std::int64_t spared) {
 }
 
 void Usage::seed(const std::vector<Uuid>& ids, Date at) {
-    for (const auto& id : ids) {
-        uses.try_emplace(id, Use{0, at});
-    }
+    uses.insertMissing(ids, Use{0, at});
 }
 
 std::vector<Snippet> Usage::stale(const std::vector<Snippet>& snippets, Date before) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "library/Date.h"
+#include "library/FlatMap.h"
 #include "library/Snippet.h"
 #include "library/Uuid.h"
 
@@ -32,7 +33,7 @@ struct Usage {
         alphabetical ///< by abbreviation, ignoring case
     };
 
-    std::map<Uuid, Use> uses;    ///< one entry per snippet that has a record
+    FlatMap<Uuid, Use> uses;     ///< one entry per snippet that has a record
     std::int64_t expansions = 0; ///< expansions recorded, minus undone ones; may go below zero
     std::int64_t characters = 0; ///< characters not typed, minus undone ones; may go below zero
 

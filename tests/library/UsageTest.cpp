@@ -39,7 +39,7 @@ TEST(Usage, RecordUndoAndSeedKeepCountsTotalsAgesAndTheTimeSaved) {
     usage.seed({a, b, fresh, fresh}, daysAgo(-2)); // only new ids start ageing
     EXPECT_EQ(usage.expansions, 1);
     EXPECT_EQ(usage.characters, -50);
-    EXPECT_EQ(usage.uses, (std::map<Uuid, Usage::Use>{
+    EXPECT_EQ(usage.uses, (FlatMap<Uuid, Usage::Use>{
                               {a, {1, daysAgo(-1)}}, {b, {1, now}}, {fresh, {0, daysAgo(-2)}}}));
 
     EXPECT_EQ(usage.timeSaved("en_US"), std::nullopt); // none spared: a hint is shown instead
