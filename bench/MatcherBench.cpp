@@ -2,7 +2,7 @@
 // plain linear scan on the same keys.
 #include "BenchMain.h"
 #include "engine/Matcher.h"
-#include "support/ReferenceMatcher.h"
+#include "reference/ReferenceMatcher.h"
 
 #include <benchmark/benchmark.h>
 #include <fstream>
@@ -128,7 +128,7 @@ struct Fixture {
     Library library;
     std::vector<std::string> stream;
     Matcher matcher;
-    testing::ReferenceMatcher reference;
+    ReferenceMatcher reference;
 };
 
 Fixture& fixture(std::size_t size) {

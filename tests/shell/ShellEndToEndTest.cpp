@@ -9,8 +9,6 @@
 
 #include <X11/keysym.h>
 #include <cstdlib>
-#include <optional>
-#include <thread>
 
 namespace quillet {
 namespace {
@@ -20,26 +18,13 @@ using testing::QuilletProcess;
 using testing::snippet;
 using testing::TextWindow;
 using testing::Typist;
-
-// Waits until the keyboard focus is on window (in), or has left it for another one (out).
-bool focusMoves(Typist& typist, Window window, bool in) {
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        Window focus = 0;
-        int revert = 0;
-        XGetInputFocus(typist.display(), &focus, &revert);
-        if (in ? focus == window : focus != window && focus > PointerRoot) {
-            return true;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return false;
-}
+using testing::X11Windows;
 
 TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased) {
     QuilletProcess quillet({snippet(";form", "Dear {field:Name}, see you {choice:Day=Mon|Tue}.")});
     ASSERT_TRUE(quillet.listening()) << quillet.log();
     TextWindow editor;
+    X11Windows windows;
     ASSERT_TRUE(editor.ready());
     for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
         SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
@@ -49,7 +34,7 @@ TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased)
         std::size_t from = quillet.log().size();
         typist.type(";form");
         ASSERT_TRUE(quillet.waitForLog("asking for 2 field values", from)) << quillet.log();
-        ASSERT_TRUE(focusMoves(typist, editor.window(), false));
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), false));
         typist.type("Bob\t");
         typist.tap(XK_Down);
         typist.tap(XK_Return);
@@ -59,55 +44,12 @@ TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased)
         from = quillet.log().size();
         typist.type(";form");
         ASSERT_TRUE(quillet.waitForLog("asking for 2 field values", from)) << quillet.log();
-        ASSERT_TRUE(focusMoves(typist, editor.window(), false));
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), false));
         typist.tap(XK_Escape);
-        ASSERT_TRUE(focusMoves(typist, editor.window(), true));
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), true));
         typist.type("x"); // the abbreviation is gone
         EXPECT_EQ(editor.waitFor("x"), "x");
     }
-}
-
-// The mapped window titled title, with its place on screen; nothing when none is up.
-std::optional<XRectangle> mappedWindow(Display* display, const std::string& title) {
-    Window root = 0, parent = 0;
-    Window* children = nullptr;
-    unsigned count = 0;
-    std::optional<XRectangle> found;
-    XQueryTree(display, XDefaultRootWindow(display), &root, &parent, &children, &count);
-    for (unsigned i = 0; i < count && !found; ++i) {
-        XWindowAttributes attributes;
-        char* name = nullptr;
-        if (XGetWindowAttributes(display, children[i], &attributes) &&
-            attributes.map_state == IsViewable && XFetchName(display, children[i], &name) &&
-            name != nullptr) {
-            if (title == name) {
-                found =
-                    XRectangle{static_cast<short>(attributes.x), static_cast<short>(attributes.y),
-                               static_cast<unsigned short>(attributes.width),
-                               static_cast<unsigned short>(attributes.height)};
-            }
-        }
-        if (name != nullptr) {
-            XFree(name);
-        }
-    }
-    if (children != nullptr) {
-        XFree(children);
-    }
-    return found;
-}
-
-// Waits until the window titled title is up (shown) or gone; where it is when up.
-std::optional<XRectangle> waitForWindow(Display* display, const std::string& title, bool shown) {
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        auto found = mappedWindow(display, title);
-        if (found.has_value() == shown) {
-            return found;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return mappedWindow(display, title);
 }
 
 TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
@@ -115,6 +57,7 @@ TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
                            R"({"matchPopup": true})");
     ASSERT_TRUE(quillet.listening()) << quillet.log();
     TextWindow editor({"--accessible"});
+    X11Windows windows;
     ASSERT_TRUE(editor.ready());
     const std::string title = "Matching snippets";
     for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
@@ -123,7 +66,7 @@ TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
         editor.focus();
         editor.clear();
         typist.type(";ad");
-        const auto panel = waitForWindow(typist.display(), title, true);
+        const auto panel = windows.waitForTitled(title, true);
         ASSERT_TRUE(panel.has_value()) << quillet.log();
         // At the caret: the start of the editor's first line, above or below it.
         Window child = 0;
@@ -136,10 +79,10 @@ TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
         EXPECT_LT(std::abs(panel->y - editorY), panel->height + 60);
         typist.tap(XK_Tab); // the first: both unused, so by abbreviation
         EXPECT_EQ(editor.waitFor("Add"), "Add");
-        EXPECT_FALSE(waitForWindow(typist.display(), title, false).has_value());
+        EXPECT_FALSE(windows.waitForTitled(title, false).has_value());
 
         typist.type(" ;ad");
-        ASSERT_TRUE(waitForWindow(typist.display(), title, true).has_value());
+        ASSERT_TRUE(windows.waitForTitled(title, true).has_value());
         typist.tap(XK_Down);
         typist.tap(XK_Down);
         typist.tap(XK_Up); // wraps round to the second
@@ -148,9 +91,9 @@ TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
 
         // Escape takes it down and leaves the text alone.
         typist.type(" ;ad");
-        ASSERT_TRUE(waitForWindow(typist.display(), title, true).has_value());
+        ASSERT_TRUE(windows.waitForTitled(title, true).has_value());
         typist.tap(XK_Escape);
-        EXPECT_FALSE(waitForWindow(typist.display(), title, false).has_value());
+        EXPECT_FALSE(windows.waitForTitled(title, false).has_value());
         typist.type("x");
         EXPECT_EQ(editor.waitFor("Add 1 Main Street ;adx"), "Add 1 Main Street ;adx");
     }
@@ -162,6 +105,7 @@ TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) 
     ASSERT_TRUE(quillet.listening()) << quillet.log();
     ASSERT_TRUE(quillet.waitForLog("search and paste: super+period", 0)) << quillet.log();
     TextWindow editor;
+    X11Windows windows;
     ASSERT_TRUE(editor.ready());
     for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
         SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
@@ -172,7 +116,7 @@ TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) 
         typist.key(XK_Super_L, true);
         typist.tap(XK_period);
         typist.key(XK_Super_L, false);
-        ASSERT_TRUE(focusMoves(typist, editor.window(), false)) << quillet.log();
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), false)) << quillet.log();
         typist.type("kind");
         typist.tap(XK_Return);
         EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann"), "Dear Kind regards, Ann");
@@ -181,9 +125,9 @@ TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) 
         typist.key(XK_Super_L, true);
         typist.tap(XK_period);
         typist.key(XK_Super_L, false);
-        ASSERT_TRUE(focusMoves(typist, editor.window(), false)) << quillet.log();
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), false)) << quillet.log();
         typist.tap(XK_Escape);
-        ASSERT_TRUE(focusMoves(typist, editor.window(), true));
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), true));
         typist.type("!");
         EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann!"), "Dear Kind regards, Ann!");
     }

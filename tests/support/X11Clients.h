@@ -21,6 +21,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <set>
 #include <stdexcept>
@@ -414,11 +415,59 @@ public:
 
     /// Waits until a window manager runs: it lists the clients it manages on the root window.
     bool waitForWindowManager() {
-        XSelectInput(display_, root(), PropertyChangeMask);
+        watchRoot();
         return waitUntil([&] { return hasProperty(root(), "_NET_CLIENT_LIST"); });
     }
 
+    /// Waits until the keyboard focus is on window (in), or has left it for another one (out).
+    bool waitForFocus(Window window, bool in) {
+        watchRoot(); // the window manager announces the active window there
+        return waitUntil([&] {
+            Window focus = None;
+            int revert = 0;
+            XGetInputFocus(display_, &focus, &revert);
+            return in ? focus == window : focus != window && focus > PointerRoot;
+        });
+    }
+
+    /// Waits until a window of the root titled title is viewable (shown) or gone; where it is
+    /// when shown.
+    std::optional<XRectangle> waitForTitled(const std::string& title, bool shown) {
+        watchRoot();
+        std::optional<XRectangle> found;
+        waitUntil([&] { return (found = titled(title)).has_value() == shown; });
+        return found;
+    }
+
 private:
+    void watchRoot() {
+        XSelectInput(display_, root(), PropertyChangeMask | SubstructureNotifyMask);
+    }
+
+    std::optional<XRectangle> titled(const std::string& title) {
+        Window rootReturn = None, parent = None, *children = nullptr;
+        unsigned count = 0;
+        std::optional<XRectangle> found;
+        XQueryTree(display_, root(), &rootReturn, &parent, &children, &count);
+        for (unsigned i = 0; i < count && !found; ++i) {
+            XWindowAttributes a{};
+            char* name = nullptr;
+            if (XGetWindowAttributes(display_, children[i], &a) && a.map_state == IsViewable &&
+                XFetchName(display_, children[i], &name) && name != nullptr && title == name) {
+                found = XRectangle{static_cast<short>(a.x), static_cast<short>(a.y),
+                                   static_cast<unsigned short>(a.width),
+                                   static_cast<unsigned short>(a.height)};
+            }
+            if (name != nullptr) {
+                XFree(name);
+            }
+        }
+        if (children != nullptr) {
+            XFree(children);
+        }
+        return found;
+    }
+
     void sendToRoot(Window window, const char* message, long first) {
         XEvent event{};
         event.xclient.type = ClientMessage;

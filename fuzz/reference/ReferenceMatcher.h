@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
-namespace quillet::testing {
+namespace quillet {
 
 /// The matcher's rules written as plainly as possible: every stage is one linear pass over its
-/// table. The indexed Matcher must answer exactly as this does; tests compare the two on random
-/// libraries and key streams, and the benchmarks measure how much faster the indexed one is.
+/// table. The indexed Matcher must answer exactly as this does: the matcher fuzz target compares
+/// the two on random libraries and key streams, and the benchmarks measure how much faster the
+/// indexed one is.
 class ReferenceMatcher {
 public:
     using Mode = Matcher::Mode;
@@ -48,4 +49,4 @@ private:
     std::vector<std::unique_ptr<Compiled>> compiled_;
 };
 
-} // namespace quillet::testing
+} // namespace quillet

@@ -1,10 +1,10 @@
-#include "support/ReferenceMatcher.h"
+#include "reference/ReferenceMatcher.h"
 
 #include "library/Text.h"
 
 #include <unicode/regex.h>
 
-namespace quillet::testing {
+namespace quillet {
 
 struct ReferenceMatcher::Compiled {
     std::string pattern, replacement;
@@ -170,4 +170,4 @@ std::optional<ReferenceMatcher::Match> ReferenceMatcher::correct(std::string_vie
     return m;
 }
 
-} // namespace quillet::testing
+} // namespace quillet
