@@ -88,7 +88,11 @@ std::optional<Importers::Result> Importers::readPath(const fs::path& path) {
     if (file.status != ReadStatus::ok) {
         return std::nullopt;
     }
-    const std::string_view bytes = file.bytes;
+    return readContent(path, file.bytes);
+}
+
+std::optional<Importers::Result> Importers::readContent(const fs::path& path,
+                                                        std::string_view bytes) {
     if (bytes.starts_with(std::string_view("SQLite format 3\0", 16))) {
         return textReplacements(path);
     }

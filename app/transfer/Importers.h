@@ -38,6 +38,11 @@ public:
     /// shape; nothing when it is none of theirs.
     static std::optional<Result> readPath(const std::filesystem::path& path);
 
+    /// The snippets of a file already read, recognised by its content (and, for Espanso, its
+    /// name); nothing when it is none of theirs.
+    static std::optional<Result> readContent(const std::filesystem::path& path,
+                                             std::string_view bytes);
+
     /// A text-replacement database (SQLite), opened read-only.
     static Result textReplacements(const std::filesystem::path& database);
 
