@@ -442,20 +442,29 @@ Result textExpander(const json& list) {
 
 // ---- Raycast ----
 
-Match argument(std::string_view rest) {
-    if (!rest.starts_with("name=\"")) {
-        return std::nullopt;
-    }
-    const std::size_t name = runUntil(rest.substr(6), "\"");
-    const std::size_t quote = 6 + name;
-    if (name == 0 || quote >= rest.size()) {
-        return std::nullopt;
-    }
-    const std::size_t close = rest.find('}', quote + 1);
-    if (close == std::string_view::npos) {
-        return std::nullopt;
-    }
-    return Match({close + 1, "{field:" + std::string(rest.substr(6, name)) + "}"});
+// Raycast's argument placeholders of text as fields. The closing brace found for one placeholder
+// serves the ones before it, so a text of many unclosed placeholders is still read in one pass.
+std::string raycastText(std::string_view text) {
+    std::size_t close = 0;
+    return substitute(text, "{argument ", [&](std::string_view rest) -> Match {
+        if (!rest.starts_with("name=\"")) {
+            return std::nullopt;
+        }
+        const std::size_t name = runUntil(rest.substr(6), "\"");
+        const std::size_t quote = 6 + name;
+        if (name == 0 || quote >= rest.size()) {
+            return std::nullopt;
+        }
+        const auto from = static_cast<std::size_t>(rest.data() - text.data()) + quote + 1;
+        if (close != std::string_view::npos && close < from) {
+            close = text.find('}', from);
+        }
+        if (close == std::string_view::npos) {
+            return std::nullopt;
+        }
+        return Match(
+            {close + 1 - (from - quote - 1), "{field:" + std::string(rest.substr(6, name)) + "}"});
+    });
 }
 
 bool hasRaycastOptions(std::string_view text) {
@@ -463,8 +472,11 @@ bool hasRaycastOptions(std::string_view text) {
         for (std::size_t at = text.find(word); at != std::string_view::npos;
              at = text.find(word, at + 1)) {
             const std::size_t from = at + word.size();
-            const std::size_t n = runUntil(text.substr(from), "}");
-            if (n > 0 && from + n < text.size()) {
+            const std::size_t close = text.find('}', from);
+            if (close == std::string_view::npos) {
+                break; // nor after any later one
+            }
+            if (close > from) {
                 return true;
             }
         }
@@ -480,7 +492,7 @@ Result raycast(const json& list) {
             result.skipped.push_back(stringOr(item, "name", aSnippet) + ": no keyword in Raycast.");
             continue;
         }
-        const std::string text = substitute(*stringAt(item, "text"), "{argument ", argument);
+        const std::string text = raycastText(*stringAt(item, "text"));
         if (hasRaycastOptions(text)) {
             result.notes.push_back(keyword + ": Raycast date or clipboard options kept as text.");
         }

@@ -1,5 +1,6 @@
 #include "transfer/Lz4Frame.h"
 
+#include <algorithm>
 #include <lz4frame.h>
 #include <memory>
 
@@ -26,8 +27,10 @@ std::optional<std::string> decodeLz4Frame(std::string_view bytes, std::size_t li
     left -= used;
 
     std::string out;
+    // The claim is trusted only as far as the input could back it: LZ4 expands at most about
+    // 255 times.
     if (info.contentSize != 0) {
-        out.reserve(static_cast<std::size_t>(info.contentSize));
+        out.reserve(std::min(static_cast<std::size_t>(info.contentSize), left * 256));
     }
     char chunk[64 * 1024];
     while (hint != 0) {

@@ -369,6 +369,13 @@ TEST(ImportersTest, HugeLinesAndDeepTreesEndQuietly) {
     const std::string line =
         "matches:\n  - trigger: :x\n    replace: " + std::string(20'000'000, 'y') + "\n";
     EXPECT_EQ(Importers::espansoFile(line).entries.size(), 1u);
+    std::string unclosed;
+    for (int i = 0; i < 100'000; ++i) {
+        unclosed += R"({argument name=\"a\" {date )";
+    }
+    auto raycast = Importers::foreignJson(R"([{"keyword": "k", "text": ")" + unclosed + R"("}])");
+    ASSERT_TRUE(raycast);
+    EXPECT_EQ(raycast->entries.at(0).content.size(), unclosed.size() - 200'000);
     const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
     EXPECT_EQ(flat(Importers::aText(lz4Frame(deep))), Read{});
 }
