@@ -85,9 +85,10 @@ std::optional<std::uint64_t> expandedSize(std::string_view bytes) {
         std::size_t first, n, next;
     };
     std::vector<Frame> stack;
+    // The parser recurses as deep as the lists nest, so deep nesting is refused here.
     auto enter = [&](std::uint64_t object) {
         auto refs = children(object);
-        if (!refs) {
+        if (!refs || stack.size() >= maxDepth) {
             return false;
         }
         state[object] = open;
