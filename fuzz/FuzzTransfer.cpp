@@ -1,6 +1,11 @@
 // Random import files. Whatever the bytes, reading and merging them must not crash, CSV must read
 // back what it would write, and whatever was imported must come back unchanged from an export.
+// The same bytes also go to the readers of other expanders' files: their JSON exports, Espanso's
+// match files, aText's LZ4 frames and property lists.
 #include "transfer/Csv.h"
+#include "transfer/Importers.h"
+#include "transfer/Lz4Frame.h"
+#include "transfer/PropertyList.h"
 #include "transfer/Transfer.h"
 
 #include <cstdlib>
@@ -41,7 +46,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::abort();
     }
 
-    Transfer::Incoming incoming = Transfer::read(bytes);
+    (void)quillet::Importers::espansoFile(bytes);
+    (void)quillet::Importers::aText(bytes);
+    (void)quillet::Importers::keyboardMaestro(bytes);
+    if (auto content = quillet::decodeLz4Frame(bytes, 1 << 16)) {
+        if (content->size() > 1 << 16) {
+            std::abort(); // the limit holds whatever the frame claims
+        }
+        (void)quillet::readPropertyList(*content);
+    }
+
+    Transfer::Incoming incoming = Transfer::read(bytes, quillet::Importers::foreignJson);
     const std::vector<quillet::Snippet> snippets = incoming.snippets;
     (void)Transfer::trustWarning(snippets);
     Transfer::Report report = Transfer::merge(std::move(incoming), {});

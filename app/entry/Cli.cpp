@@ -7,6 +7,7 @@
 #include "library/LibraryLocation.h"
 #include "library/LibraryLock.h"
 #include "library/Text.h"
+#include "transfer/Importers.h"
 #include "transfer/Transfer.h"
 
 #include <algorithm>
@@ -127,27 +128,68 @@ int add(const Context& context, const std::vector<std::string>& args) {
     return 0;
 }
 
-// The same steps as the window's "Import a file…": read, warn about risky snippets, merge.
+std::vector<Importers::Source> detectedSources() {
+    const Folders& folders = Folders::current();
+    return Importers::detect(folders.home, folders.config.parent_path());
+}
+
+int sources() {
+    std::vector<Importers::Source> found = detectedSources();
+    if (found.empty()) {
+        std::cout << Importers::noneFound() << '\n' << std::flush;
+        return 0;
+    }
+    for (const Importers::Source& source : found) {
+        std::cout << source.name << '\n';
+    }
+    std::cout << std::flush;
+    return 0;
+}
+
+// The same steps as the window's "Import a file…" and "Bring snippets over…": read, warn about
+// risky snippets, merge.
 int importFile(const Context& context, const std::vector<std::string>& args) {
     bool trust = false;
+    std::optional<std::string> sourceName;
     std::vector<std::string> paths;
     for (std::size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--trust") {
             trust = true;
+        } else if (args[i] == "--source" && i + 1 < args.size() && !sourceName) {
+            sourceName = args[++i];
         } else {
             paths.push_back(args[i]);
         }
     }
-    if (paths.size() != 1) {
+    if (paths.size() != (sourceName ? 0 : 1)) {
         return fail(CLI::usage());
     }
     Transfer::Incoming incoming;
-    {
+    if (sourceName) {
+        std::vector<Importers::Source> found = detectedSources();
+        auto source = std::find_if(found.begin(), found.end(), [&](const Importers::Source& s) {
+            return s.name == *sourceName;
+        });
+        if (source == found.end()) {
+            return fail("\u201C" + *sourceName +
+                        "\u201D isn't among the expanders found on this computer.");
+        }
+        incoming = Importers::incoming(source->read());
+    } else if (std::error_code error; std::filesystem::is_directory(paths[0], error)) {
+        std::optional<Importers::Result> read = Importers::readPath(paths[0]);
+        if (!read) {
+            return fail("Couldn't read the file: " + paths[0] +
+                        " is a folder that holds no Espanso matches or Alfred snippets.");
+        }
+        incoming = Importers::incoming(std::move(*read));
+    } else {
         FileContent file = readFile(paths[0]);
         if (file.status != ReadStatus::ok) {
             return fail("Couldn't read the file: " + file.error);
         }
-        incoming = Transfer::read(file.bytes);
+        std::optional<Importers::Result> read = Importers::readContent(paths[0], file.bytes);
+        incoming = read ? Importers::incoming(std::move(*read))
+                        : Transfer::read(file.bytes, Importers::foreignJson);
     }
     if (!trust) {
         if (std::optional<Transfer::Warning> warning = Transfer::trustWarning(incoming.snippets)) {
@@ -196,8 +238,8 @@ int exportFile(const std::vector<Snippet>& snippets, const std::vector<std::stri
 } // namespace
 
 const std::vector<std::string>& CLI::commands() {
-    static const std::vector<std::string> words = {"list",   "expand", "add",    "import",
-                                                   "export", "help",   "--help", "-h"};
+    static const std::vector<std::string> words = {
+        "list", "expand", "add", "import", "sources", "export", "help", "--help", "-h"};
     return words;
 }
 
@@ -210,7 +252,13 @@ const std::string& CLI::usage() {
         "       snippets add <abbreviation> [text\u2026]             add a snippet; the text is "
         "read from stdin when left out\n"
         "       snippets import <file> [--trust]                add the snippets of an exchange, "
-        "JSON or CSV file\n"
+        "JSON or CSV file,\n"
+        "                                                       or of another expander's file or "
+        "folder\n"
+        "       snippets import --source <name> [--trust]       add the snippets of an expander "
+        "found on this computer\n"
+        "       snippets sources                                the expanders found on this "
+        "computer\n"
         "       snippets export [file]                          write every snippet to an "
         "exchange file, or to stdout";
     return text;
@@ -232,6 +280,9 @@ std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
     if (word == "help" || word.starts_with("-")) {
         std::cout << usage() << '\n' << std::flush;
         return 0;
+    }
+    if (word == "sources") {
+        return args.size() == 1 ? sources() : fail(usage());
     }
     Context context;
     // One read serves list and export; add and import read again under the lock, and expand on

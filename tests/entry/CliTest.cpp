@@ -279,6 +279,40 @@ TEST_F(CliTest, ImportMergesFilesAndWarnsBeforeAddingRiskyOnes) {
                                                        ";k=a{key:tab}b", ";c={clipboard}"}));
 }
 
+TEST_F(CliTest, ImportReadsOtherExpandersFoundHereOrCopiedFromElsewhere) {
+    add(";a", "x");
+    save();
+    const std::string none = "No other expanders found on this computer\n";
+    const std::string matches = "matches:\n  - trigger: \";a\"\n    replace: A\n"
+                                "  - trigger: \";b\"\n    replace: \"B {{date}}\"\n";
+    const std::filesystem::path copied = home / "copy/match/base.yml";
+    std::filesystem::create_directories(copied.parent_path());
+    testing::writeText(copied, matches);
+    testing::writeText(home / "te.json",
+                       R"({"snippetsTE2": [{"abbreviation": "te", "snippetType": 0,
+                                             "plainText": "%clipboard"}]})");
+    const std::string added = "Added 1 snippet. Left out:\n\u2022 ;a: you already have one.\n\n"
+                              "Worth a look:\n\u2022 ;b: Espanso variables kept as text.\n";
+    expect({{"sources"}, 0, none, ""});
+    expect({{"import", "--source", "Espanso"}, 1, "", "isn't among the expanders found"});
+    expect({{"import", (home / "copy/match").string()}, 0, added, ""});
+    expect({{"import", "--trust", (home / "te.json").string()},
+            0,
+            "Added 1 snippet.\n\nWorth a look:\n\u2022 ;te: presses keys, pastes your clipboard, "
+            "includes another snippet or runs a script.\n",
+            ""});
+
+    std::filesystem::create_directories(home / ".config/espanso");
+    std::filesystem::rename(home / "copy/match", home / ".config/espanso/match");
+    expect({{"sources"}, 0, "Espanso\n", ""});
+    expect({{"import", "--source", "Espanso"},
+            0,
+            "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;b: you "
+            "already have one.\n\nWorth a look:\n\u2022 ;b: Espanso variables kept as text.\n",
+            ""});
+    expect({{"sources", "x"}, 1, "", "usage: snippets"});
+}
+
 TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
     add(";a", "x");
     add(";s", "").locked = true;

@@ -6,7 +6,7 @@ _snippets() {
         cword=$COMP_CWORD
     }
     if [ "$cword" -eq 1 ]; then
-        COMPREPLY=($(compgen -W "list expand add import export help" -- "$cur"))
+        COMPREPLY=($(compgen -W "list expand add import sources export help" -- "$cur"))
         return
     fi
     case "${COMP_WORDS[1]}" in
@@ -17,8 +17,12 @@ _snippets() {
         fi
         ;;
     import)
-        if [[ "$cur" == -* ]]; then
-            COMPREPLY=($(compgen -W "--trust" -- "$cur"))
+        if [ "$prev" = "--source" ]; then
+            local IFS=$'\n'
+            COMPREPLY=($(compgen -W "$(snippets sources 2>/dev/null |
+                grep -vx 'No other expanders found on this computer')" -- "$cur"))
+        elif [[ "$cur" == -* ]]; then
+            COMPREPLY=($(compgen -W "--trust --source" -- "$cur"))
         else
             compopt -o filenames 2>/dev/null
             COMPREPLY=($(compgen -f -- "$cur"))
