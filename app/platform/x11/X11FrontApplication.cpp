@@ -4,6 +4,7 @@
 
 #include <X11/Xlib-xcb.h>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -13,6 +14,18 @@
 
 namespace quillet {
 namespace {
+
+// With QUILLET_TRACE=1, each change of the front application goes to standard error once the
+// engine has heard of it, so that tests can wait for it instead of for a while.
+void traceFront(const std::string& id) {
+    static const bool on = [] {
+        const char* value = std::getenv("QUILLET_TRACE");
+        return value != nullptr && std::string_view(value) == "1";
+    }();
+    if (on) {
+        std::fprintf(stderr, "trace: front %s\n", id.c_str());
+    }
+}
 
 // How far up from the focused window a WM_CLASS is looked for; real trees are a few levels
 // deep, and the bound keeps a window tree changing under our feet from looping.
@@ -138,6 +151,9 @@ void X11FrontApplication::refresh() {
     if (changed && changed_) {
         auto handler = changed_;
         handler();
+    }
+    if (changed) {
+        traceFront(id_);
     }
 }
 

@@ -57,7 +57,10 @@ struct Session {
 // Every case runs with keys from the server's own keyboard and from XTEST's virtual one.
 class EndToEnd : public ::testing::TestWithParam<Typist::Source> {
 protected:
-    static void SetUpTestSuite() { session = std::make_unique<Session>(); }
+    static void SetUpTestSuite() {
+        setenv("QUILLET_TRACE", "1", 1); // Quillet says when it heard of a new front window
+        session = std::make_unique<Session>();
+    }
     static void TearDownTestSuite() { session.reset(); }
     void SetUp() override {
         ASSERT_TRUE(testing::xlibThreads); // the clipboard case's other client has a thread
@@ -219,7 +222,11 @@ TEST_P(EndToEnd, ScopedSnippetsFireOnlyInTheirApplication) {
     EXPECT_EQ(editor->waitFor(";scoped ", 1s), ";scoped ");
     TextWindow scoped({"--class", "ScopedApp"});
     ASSERT_TRUE(scoped.ready());
+    const std::size_t before = quillet->log().size();
     scoped.focus();
+    // The keys and the window manager's word of the new window reach Quillet on different
+    // connections: the scope is only known once it has heard.
+    ASSERT_TRUE(quillet->waitForLog("trace: front ScopedApp", before)) << quillet->log();
     typist()->type(";scoped");
     EXPECT_EQ(scoped.waitFor("in scope"), "in scope");
     editor->focus();
