@@ -1,5 +1,6 @@
 #include "platform/x11/X11Clipboard.h"
 
+#include "platform/x11/Trace.h"
 #include "platform/x11/X11Connection.h"
 
 #include <X11/extensions/Xfixes.h>
@@ -219,16 +220,9 @@ void unquieten(Display* display) {
 // With QUILLET_TRACE=1, the moment a paste was fetched goes to standard error (steady clock,
 // nanoseconds), for the end-to-end benchmark's breakdown of an expansion.
 void traceFetched() {
-    static const bool on = [] {
-        const char* value = std::getenv("QUILLET_TRACE");
-        return value != nullptr && std::string_view(value) == "1";
-    }();
-    if (on) {
-        std::fprintf(stderr, "trace: paste fetched %lld\n",
-                     static_cast<long long>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+    trace("paste fetched " + std::to_string(std::chrono::duration_cast<std::chrono::nanoseconds>(
                                                 Clock::now().time_since_epoch())
                                                 .count()));
-    }
 }
 
 Bool callMatcher(Display*, XEvent* event, XPointer match) {
@@ -265,9 +259,8 @@ public:
     void restore(Snapshot snapshot);
 
 private:
-    /// Another owner's content, fetched when it took the clipboard.
+    /// Another owner's content, fetched when it took the clipboard; gone at the next change.
     struct Kept {
-        std::int64_t change; // the changeCount_ it belongs to
         Snapshot snapshot;
         std::vector<std::string> targets; // everything the owner offered, in its order
     };
@@ -557,6 +550,7 @@ Time X11Clipboard::Impl::serverTime() {
 
 bool X11Clipboard::Impl::own(std::vector<ClipboardItem> items, std::uint64_t offer) {
     ++changeCount_;
+    kept_.reset();
     if (items.empty()) {
         disown();
         return false;
@@ -619,10 +613,9 @@ void X11Clipboard::Impl::ownerChanged(Window owner, bool setByClient) {
         owner != None && current != None && current != window_) {
         // Fetched now, while nothing waits on it, so that an expansion can borrow the clipboard
         // without a round trip through its owner. A later change still queued resets it.
-        const std::int64_t change = changeCount_;
         std::vector<std::string> offered;
         if (std::optional<Snapshot> taken = take(true, &offered)) {
-            kept_ = Kept{change, std::move(*taken), std::move(offered)};
+            kept_ = Kept{std::move(*taken), std::move(offered)};
         }
     }
     if (changed_) {
@@ -643,7 +636,7 @@ const X11Clipboard::Snapshot* X11Clipboard::Impl::kept() {
         handle(event);
     }
     connection_->drainSoon();
-    return kept_ && kept_->change == changeCount_ ? &kept_->snapshot : nullptr;
+    return kept_ ? &kept_->snapshot : nullptr;
 }
 
 void X11Clipboard::Impl::lostOwnership() {

@@ -1,5 +1,6 @@
 #include "platform/x11/X11FrontApplication.h"
 
+#include "platform/x11/Trace.h"
 #include "platform/x11/XcbReply.h"
 
 #include <X11/Xlib-xcb.h>
@@ -14,18 +15,6 @@
 
 namespace quillet {
 namespace {
-
-// With QUILLET_TRACE=1, each change of the front application goes to standard error once the
-// engine has heard of it, so that tests can wait for it instead of for a while.
-void traceFront(const std::string& id) {
-    static const bool on = [] {
-        const char* value = std::getenv("QUILLET_TRACE");
-        return value != nullptr && std::string_view(value) == "1";
-    }();
-    if (on) {
-        std::fprintf(stderr, "trace: front %s\n", id.c_str());
-    }
-}
 
 // How far up from the focused window a WM_CLASS is looked for; real trees are a few levels
 // deep, and the bound keeps a window tree changing under our feet from looping.
@@ -153,7 +142,7 @@ void X11FrontApplication::refresh() {
         handler();
     }
     if (changed) {
-        traceFront(id_);
+        trace("front " + id_); // once the engine has taken it in, for tests to wait on
     }
 }
 
