@@ -51,7 +51,8 @@ std::optional<std::uint64_t> expandedSize(std::string_view bytes) {
         }
         const auto marker = static_cast<unsigned char>(bytes[at]);
         const unsigned kind = marker >> 4;
-        if (kind != 0xA && kind != 0xC && kind != 0xD) {
+        const bool text = kind == 0x5 || kind == 0x6;
+        if (kind != 0xA && kind != 0xC && kind != 0xD && !text) {
             return std::pair<std::size_t, std::size_t>{0, 0};
         }
         std::uint64_t n = marker & 0xF;
@@ -66,6 +67,21 @@ std::optional<std::uint64_t> expandedSize(std::string_view bytes) {
             }
             n = bigEndian(bytes, first + 1, size);
             first += 1 + size;
+        }
+        if (text) {
+            // The parser aborts on a key holding a NUL (it checks the length against strlen),
+            // so such a string refuses the whole list. ASCII counts bytes, UTF-16 two-byte units.
+            const std::size_t unit = kind == 0x5 ? 1 : 2;
+            if (n > (end - first) / unit) {
+                return std::nullopt;
+            }
+            for (std::size_t i = 0; i < n; ++i) {
+                const std::size_t pos = first + i * unit;
+                if (bytes[pos] == '\0' && (unit == 1 || bytes[pos + 1] == '\0')) {
+                    return std::nullopt;
+                }
+            }
+            return std::pair<std::size_t, std::size_t>{0, 0};
         }
         if (kind == 0xD) {
             n = n > std::numeric_limits<std::uint64_t>::max() / 2 ? n : n * 2;

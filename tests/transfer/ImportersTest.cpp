@@ -301,6 +301,13 @@ TEST(ImportersTest, HostilePropertyListsAreRefused) {
     }
     doubling.push_back("\x10\x05");
     EXPECT_FALSE(readPropertyList(binaryPlist(doubling)));
+    // A dictionary whose key holds a NUL, as ASCII and as UTF-16, would abort the parser.
+    EXPECT_EQ(readPropertyList(binaryPlist({"\xD1\x01\x02", "\x51k", "\x10\x05"})),
+              json({{"k", 5}}));
+    EXPECT_FALSE(
+        readPropertyList(binaryPlist({"\xD1\x01\x02", std::string("\x52k\0", 3), "\x10\x05"})));
+    EXPECT_FALSE(
+        readPropertyList(binaryPlist({"\xD1\x01\x02", std::string("\x61\0\0", 3), "\x10\x05"})));
     std::string deep = "<?xml version=\"1.0\"?><plist>";
     for (int i = 0; i < 100'000; ++i) {
         deep += "<array>";
