@@ -3,6 +3,7 @@
 #include "engine/AbbreviationCheck.h"
 #include "library/FreeMemory.h"
 #include "library/Text.h"
+#include "transfer/SharedFolder.h"
 
 #include <algorithm>
 
@@ -40,7 +41,8 @@ std::vector<TakenAbbreviation> takenAbbreviations(const std::vector<Snippet>& li
 
 Coordinator::Coordinator(Parts parts, Hooks hooks)
     : parts_(std::move(parts)), hooks_(std::move(hooks)),
-      store_(parts_.preferences, parts_.watcher, parts_.scheduler, parts_.folders),
+      store_(parts_.preferences, parts_.watcher, parts_.scheduler, parts_.folders,
+             &SharedFolder::load),
       usage_(store_.location().usageFile()), locked_(parts_.secrets, parts_.auth),
       alive_(std::make_shared<Coordinator*>(this)) {
     if (std::string problem = settingsProblem(parts_.preferences); !problem.empty()) {

@@ -45,6 +45,7 @@ public:
         std::string folder;            ///< the path as listed under "sharedFolders"
         std::vector<Snippet> snippets; ///< in file order, then in each file's order
         int leftOut = 0;               ///< snippets found but not taken: only the editor runs them
+        bool missing = false;          ///< the folder could not be listed (moved or deleted)
 
         friend bool operator==(const SharedPack&, const SharedPack&) = default;
     };

@@ -4,6 +4,8 @@
 #include "library/RunLoop.h"
 #include "support/CoordinatorHarness.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace quillet {
@@ -134,6 +136,45 @@ TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
                                 std::chrono::seconds(10)))
         << "the engine has the new snippet";
     EXPECT_EQ(h.coordinator->acceptSuggestion(), std::nullopt) << "nothing waits any more";
+}
+
+TEST(Coordinator, SharedFoldersInTheSettingsAreReadFollowedAndExpandUnlessOneOfYoursWins) {
+    Harness h;
+    h.present = true;
+    h.coordinator->refresh();
+    h.addSnippet(";mine", "Mine");
+    const std::filesystem::path team = h.temp / "team";
+    std::filesystem::create_directory(team);
+    testing::writeText(team / "team.csv", ";team,Team text\n;mine,Theirs\n");
+    h.preferences.setValue("sharedFolders", {team.string()});
+    h.watcher.trigger(); // the settings file changed
+    // From ;mine on: the first run's examples come before it.
+    auto effective = [&] {
+        auto all = Harness::pairs(*h.coordinator->store().effectiveSnippets());
+        const auto examples = static_cast<std::ptrdiff_t>(h.coordinator->store().snippets().size());
+        all.erase(all.begin(), all.begin() + examples - 1);
+        return all;
+    };
+    using Pairs = std::vector<std::pair<std::string, std::string>>;
+    EXPECT_EQ(effective(), (Pairs{{";mine", "Mine"}, {";team", "Team text"}}));
+    EXPECT_NE(std::find(h.watcher.paths().begin(), h.watcher.paths().end(), team),
+              h.watcher.paths().end());
+
+    Expander& engine = *h.coordinator->engine();
+    h.fake->keys_.type(";team");
+    EXPECT_TRUE(h.loop.runUntil([&] { return engine.idle() && !h.fake->executor_.steps.empty(); },
+                                std::chrono::seconds(10)))
+        << "the engine has the shared snippet";
+
+    // A colleague's edit arrives with the next batch; a deleted folder empties its pack.
+    testing::writeText(team / "team.csv", ";team,Team text\n;new,New\n");
+    h.watcher.trigger();
+    EXPECT_EQ(effective(), (Pairs{{";mine", "Mine"}, {";team", "Team text"}, {";new", "New"}}));
+    std::filesystem::remove_all(team);
+    h.watcher.trigger();
+    EXPECT_EQ(effective(), (Pairs{{";mine", "Mine"}}));
+    ASSERT_EQ(h.coordinator->store().shared().size(), 1u);
+    EXPECT_TRUE(h.coordinator->store().shared()[0].missing);
 }
 
 TEST(Coordinator, ASuggestionTakesAFreeAbbreviationAndNeverRepeatsASnippet) {
