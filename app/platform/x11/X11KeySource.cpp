@@ -1042,16 +1042,28 @@ void X11KeySource::releaseHold(bool announce) {
     for (int device : heldDevices_) {
         XIUngrabDevice(hold, device, CurrentTime);
     }
-    // A key caught just before the grabs ended still belongs to the hold.
+    // A key caught just before the grabs ended still belongs to the hold, and goes out the way
+    // the others did, through Quillet's own keyboard. Sent through XTEST's, where the user may
+    // be typing, its press would land on a key the user holds down there: the server takes that
+    // for a repeat, and the key's release goes missing.
     XSync(hold, False);
     if (dispatching_ == 0) {
         readHold();
     }
+    std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
+    // The user's releases of keys still down reach the applications through the core keyboard,
+    // which never had their presses; Quillet's keyboard releases its copies itself, or they
+    // would stay down there and turn its next press of the key into a repeat.
+    for (unsigned keycode : heldPresses_) {
+        if (swallowed_.count(keycode) == 0) {
+            queued_.push_back({keycode, false});
+        }
+    }
+    replayQueued(announce);
     holding_ = false;
     heldDevices_.clear();
     swallowed_.clear();
     heldPresses_.clear();
-    std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
     for (unsigned keycode : std::exchange(earlierReleases_, {})) {
         queued_.push_back({keycode, false});
     }
