@@ -53,12 +53,16 @@ TEST(ShellEndToEnd, TheFormsValuesLandInTheWindowTypedInAndEscapeLeavesItErased)
 }
 
 TEST(ShellEndToEnd, ThePopupListsMatchesAtTheCaretAndItsKeysPickOne) {
+    setenv("QUILLET_TRACE", "1", 1); // Quillet says when it found the editor's focused field
     QuilletProcess quillet({snippet(";addr", "1 Main Street"), snippet(";add", "Add")},
                            R"({"matchPopup": true})");
     ASSERT_TRUE(quillet.listening()) << quillet.log();
     TextWindow editor({"--accessible"});
     X11Windows windows;
     ASSERT_TRUE(editor.ready());
+    // The editor joins the accessibility bus in its own time, and the panel needs its caret.
+    editor.focus();
+    ASSERT_TRUE(quillet.waitForLog("trace: accessible focus known", 0)) << quillet.log();
     const std::string title = "Matching snippets";
     for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
         SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
@@ -119,7 +123,8 @@ TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) 
         ASSERT_TRUE(windows.waitForFocus(editor.window(), false)) << quillet.log();
         typist.type("kind");
         typist.tap(XK_Return);
-        EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann"), "Dear Kind regards, Ann");
+        EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann"), "Dear Kind regards, Ann")
+            << quillet.log();
 
         // Escape gives the focus back and inserts nothing.
         typist.key(XK_Super_L, true);

@@ -1,5 +1,7 @@
 #include "platform/linux/AtSpiFocus.h"
 
+#include "platform/Trace.h"
+
 #include <atomic>
 #include <atspi/atspi.h>
 #include <functional>
@@ -377,6 +379,7 @@ struct AtSpiFocus::Listener {
             unref(current);
             current = ATSPI_ACCESSIBLE(g_object_ref(source));
         }
+        trace("accessible focus known");
         GError* error = nullptr;
         const AtspiRole role = atspi_accessible_get_role(source, &error);
         g_clear_error(&error);

@@ -1,6 +1,6 @@
 #include "platform/x11/X11Clipboard.h"
 
-#include "platform/x11/Trace.h"
+#include "platform/Trace.h"
 #include "platform/x11/X11Connection.h"
 
 #include <X11/extensions/Xfixes.h>

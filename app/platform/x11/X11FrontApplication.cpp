@@ -1,6 +1,6 @@
 #include "platform/x11/X11FrontApplication.h"
 
-#include "platform/x11/Trace.h"
+#include "platform/Trace.h"
 #include "platform/x11/XcbReply.h"
 
 #include <X11/Xlib-xcb.h>
