@@ -35,13 +35,12 @@ TEST(AbbreviationCheck, WarnsOfTheFirstAbbreviationThatStartsWithIt) {
 }
 
 TEST(AbbreviationCheck, AFreeAbbreviationNeitherFiresInsideAnotherNorHasOneFireInsideIt) {
-    struct Case {
+    const struct {
         std::vector<TakenAbbreviation> taken;
         bool instant;
         std::optional<std::string> free;
         std::string proposed = ";tfyqr";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{{";other", true}}, true, ";tfyqr"},
         {{{";tfyqr", false}}, true, ";tfyqr2"}, // the taken one waits for a delimiter
         {{{";tfyqr", false}, {";tfyqr2", true}}, true, ";tfyqr3"},
@@ -53,7 +52,7 @@ TEST(AbbreviationCheck, AFreeAbbreviationNeitherFiresInsideAnotherNorHasOneFireI
         {{{";tfyqr\u20DD", false}}, true, ";tfyqr"},             // r and its combining mark are one
         {{{";e\u0301t", false}}, true, ";\u00E9t2", ";\u00E9t"}, // the same once composed
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(freeAbbreviation(c.proposed, c.taken, c.instant), c.free)
             << c.taken.front().abbreviation << " " << c.instant;
     }

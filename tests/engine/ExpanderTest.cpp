@@ -43,12 +43,15 @@ struct Harness {
         ASSERT_TRUE(loop.runUntil([&] { return engine->idle(); }, 10s));
     }
 
-    // Types keys and answers the intentions they led to.
-    Lines typed(std::string_view text) {
+    // Does act and answers the intentions it led to.
+    Lines after(const std::function<void()>& act) {
         executor.steps.clear();
-        keys.type(text);
+        act();
         settle();
         return executor.described();
+    }
+    Lines typed(std::string_view text) {
+        return after([&] { keys.type(text); });
     }
 
     // Completes the intentions one at a time, as a slow platform would; all of them so far.
@@ -199,12 +202,11 @@ TEST(ExpanderEvents, ContextBreaksEmptyTheBufferButShiftDoesNot) {
     h.engine->update({snippet(";sig", "S"), snippet(";SIG", "Loud")});
     const Lines fired{"erase 4", "insert \"S\"", "finish"};
     auto between = [&](const std::function<void()>& act) {
-        h.executor.steps.clear();
-        h.keys.type(";si");
-        act();
-        h.keys.type("g");
-        h.settle();
-        return h.executor.described();
+        return h.after([&] {
+            h.keys.type(";si");
+            act();
+            h.keys.type("g");
+        });
     };
     EXPECT_EQ(between([&] { h.keys.click(); }), Lines{});
     EXPECT_EQ(between([&] { h.keys.reset(); }), Lines{});
@@ -215,15 +217,11 @@ TEST(ExpanderEvents, ContextBreaksEmptyTheBufferButShiftDoesNot) {
     EXPECT_EQ(between([&] { h.keys.press(Key::escape); }), fired); // types nothing
     EXPECT_EQ(between([&] { h.front.switchTo("Firefox"); }), Lines{});
 
-    h.keys.type(";");
-    h.keys.type("SIG", {.shift = true});
-    h.settle();
-    EXPECT_EQ(h.executor.described(), (Lines{"erase 4", "insert \"Loud\"", "finish"}));
+    EXPECT_EQ(h.after([&] { h.keys.type(";"), h.keys.type("SIG", {.shift = true}); }),
+              (Lines{"erase 4", "insert \"Loud\"", "finish"}));
     // Alt chords are shortcuts here (menus, window switching); AltGr levels come as text.
     EXPECT_EQ(h.typed(";si"), Lines{});
-    h.keys.press({Key::other, "g", {.alt = true}});
-    h.settle();
-    EXPECT_EQ(h.executor.described(), Lines{});
+    EXPECT_EQ(h.after([&] { h.keys.press({Key::other, "g", {.alt = true}}); }), Lines{});
 }
 
 TEST(ExpanderEvents, TheCompletingKeyIsSwallowedOnlyWhenAMatchTookIt) {
@@ -360,13 +358,10 @@ TEST(ExpanderInsert, AChosenSnippetIsInsertedWithNothingErasedWhateverItsScope) 
     const Snippet archived = snippet(";a", "A", [](Snippet& s) { s.archived = true; });
     h.engine->update({elsewhere, nameless, archived});
     h.keys.type(";");
-    EXPECT_TRUE(h.engine->insert(elsewhere.id));
-    h.settle();
-    EXPECT_EQ(h.executor.described(), (Lines{"finish", "insert \"Hi Bob!\"", "left 1", "finish"}));
-    h.executor.steps.clear();
-    EXPECT_TRUE(h.engine->insert(nameless.id));
-    h.settle();
-    EXPECT_EQ(h.executor.described(), (Lines{"insert \"No abbreviation\"", "finish"}));
+    EXPECT_EQ(h.after([&] { EXPECT_TRUE(h.engine->insert(elsewhere.id)); }),
+              (Lines{"finish", "insert \"Hi Bob!\"", "left 1", "finish"}));
+    EXPECT_EQ(h.after([&] { EXPECT_TRUE(h.engine->insert(nameless.id)); }),
+              (Lines{"insert \"No abbreviation\"", "finish"}));
     EXPECT_FALSE(h.engine->insert(archived.id));
     EXPECT_FALSE(h.engine->insert(Uuid::random()));
 }

@@ -39,12 +39,14 @@ TEST(MatcherSnippets, FiringRules) {
     const Matcher::Modes delimited = {{"brb", Mode::delimiter}}, tab = {{"df", Mode::tab}};
     constexpr Mode instant = Mode::instant, delimiter = Mode::delimiter;
     const std::map<std::string, std::string> issue = {{"#(\\d+)", "Issue $1"}};
+    const Matcher::Table typos = {{"teh", "the"}, {"a", "an"}, {"cafe", "caf\u00E9"}, {"ok", "ok"}};
     const struct {
         Matcher::Table snippets;
         Matcher::Modes modes;
         Mode global;
         std::string typed, expected;
         std::map<std::string, std::string> patterns = {};
+        Matcher::Table corrections = {};
     } cases[] = {
         {{{";sig", "S"}}, {}, instant, "abc;sig", ";sig>S [] 3"}, // erases all but the last
         {ab, {}, instant, ";ab", "-"},                            // the shorter fired first
@@ -75,11 +77,22 @@ TEST(MatcherSnippets, FiringRules) {
         // The required literal counts from where it was typed until it scrolls out.
         {{}, {}, instant, "#xyyyz", "#xyyyz>found [] 5 #x.*z", {{"#x.*z", "found"}}},
         {{}, {}, instant, "#x" + std::string(70, 'y') + "z", "-", {{"#x.*z", "found"}}},
+        // Corrections take whole words, in the typed case.
+        {{}, {}, instant, "teh ", "teh>the [ ] 3", {}, typos},
+        {{}, {}, instant, "Teh ", "Teh>The [ ] 3", {}, typos},
+        {{}, {}, instant, "TEH ", "TEH>THE [ ] 3", {}, typos},
+        {{}, {}, instant, "tEH ", "tEH>the [ ] 3", {}, typos},
+        {{}, {}, instant, "so teh ", "teh>the [ ] 3", {}, typos},
+        {{}, {}, instant, "CAFE ", "CAFE>CAF\u00C9 [ ] 4", {}, typos},
+        {{}, {}, instant, "a ", "-", {}, typos},  // one letter is never corrected
+        {{}, {}, instant, "ok ", "-", {}, typos}, // nothing would change
+        {{}, {}, instant, "steh ", "-", {}, typos},
     };
     for (const auto& c : cases) {
         Matcher m;
         m.setSnippets(c.snippets, c.modes);
         m.setPatterns(c.patterns);
+        m.setCorrections(c.corrections);
         m.compile();
         m.setMode(c.global);
         EXPECT_EQ(shown(type(m, c.typed)), c.expected) << c.typed;
@@ -123,32 +136,6 @@ TEST(MatcherExtras, WordStartShadowingAndOrder) {
     EXPECT_EQ(type(m, "->")->expansion, "pattern"); // patterns come before extras
     EXPECT_FALSE(type(m, ";me")); // the user's own abbreviation shadows the pack entry
     EXPECT_EQ(m.fire(Mode::tab, "")->expansion, "mine");
-}
-
-TEST(MatcherCorrections, WholeWordWithTheTypedCase) {
-    for (auto [typed, expected] : std::vector<std::pair<std::string, std::optional<std::string>>>{
-             {"teh", "the"},
-             {"Teh", "The"},
-             {"TEH", "THE"},
-             {"tEH", "the"},
-             {"so teh", "the"},
-             {"CAFE", "CAF\u00C9"},
-             {"a", none},  // one letter is never corrected
-             {"ok", none}, // nothing would change
-             {"steh", none},
-         }) {
-        Matcher m;
-        m.setCorrections({{"teh", "the"}, {"a", "an"}, {"cafe", "caf\u00E9"}, {"ok", "ok"}});
-        type(m, typed);
-        auto match = m.feed(" ");
-        if (!expected) {
-            EXPECT_FALSE(match) << typed;
-            continue;
-        }
-        std::string word = typed.substr(typed.rfind(' ') + 1);
-        EXPECT_EQ(match, (Match{word, *expected, " ", static_cast<int>(word.size()), none}))
-            << typed;
-    }
 }
 
 TEST(PatternFilterLiterals, OnlyMandatoryTextCounts) {

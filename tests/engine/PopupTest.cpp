@@ -35,15 +35,11 @@ TEST(PopupCandidates, TheLongestTypedTailThatStartsAnAbbreviationListsTheMostUse
                             [&](const Snippet& s) { return s.abbreviation == abbreviation; })
             ->id;
     };
-    usage.record(idOf(";adx"), 3, Date::now());
-    usage.record(idOf(";adx"), 3, Date::now());
-    usage.record(idOf(";addr"), 3, Date::now());
-    usage.record(idOf(";t7"), 3, Date::now());
+    for (const char* used : {";adx", ";adx", ";addr", ";t7"}) {
+        usage.record(idOf(used), 3, Date::now());
+    }
 
-    const struct {
-        const char* buffer;
-        const char* expected;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {";ad", ";adx/3 ;addr/3 ;add/3"}, // most used, then by abbreviation
         {"Hello;ad", ";adx/3 ;addr/3 ;add/3"},
         {";", ""},           // one character is not enough
@@ -56,9 +52,8 @@ TEST(PopupCandidates, TheLongestTypedTailThatStartsAnAbbreviationListsTheMostUse
         {"caf\u00e9", "caf\u00e9/4"}, // characters, not bytes
         {";zz", ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.buffer);
-        EXPECT_EQ(listed(PopupModel::candidates(c.buffer, active, usage)), c.expected);
+    for (const auto& [buffer, expected] : cases) {
+        EXPECT_EQ(listed(PopupModel::candidates(buffer, active, usage)), expected) << buffer;
     }
 }
 

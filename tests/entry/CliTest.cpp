@@ -5,6 +5,7 @@
 #include "library/Store.h"
 #include "platform/fake/FakeFileWatcher.h"
 #include "support/ChildProcess.h"
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -45,12 +46,14 @@ protected:
         std::string out, err, input = {};
         bool withoutTerminal = false;
     };
-    void expect(const Run& c) {
-        ProcessResult r = run(c.args, c.input, c.withoutTerminal);
-        const std::string what = c.args.empty() ? "" : c.args.back();
-        EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
-        EXPECT_EQ(r.out, c.out) << what;
-        EXPECT_TRUE(c.err.empty() ? r.err.empty() : r.err.find(c.err) != r.err.npos) << r.err;
+    void expect(const std::vector<Run>& runs) {
+        for (const Run& c : runs) {
+            ProcessResult r = run(c.args, c.input, c.withoutTerminal);
+            const std::string what = c.args.empty() ? "" : c.args.back();
+            EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+            EXPECT_EQ(r.out, c.out) << what;
+            EXPECT_TRUE(c.err.empty() ? r.err.empty() : r.err.find(c.err) != r.err.npos) << r.err;
+        }
     }
 
     Snippet& add(std::string abbreviation, std::string content) {
@@ -90,22 +93,20 @@ TEST_F(CliTest, UnknownWordsGoToTheApplicationAndAMissingOrDamagedLibraryIsLeftA
     }
     testing::writeText(home / "in.csv", "a,b");
     const std::string csv = (home / "in.csv").string();
-    for (const Run& c : std::vector<Run>{{{"list"}, 1, "", noLibrary},
-                                         {{"expand"}, 1, "", noLibrary},
-                                         {{"add", ";x", "y"}, 1, "", noLibrary},
-                                         {{"import", csv}, 1, "", noLibrary},
-                                         {{"export"}, 1, "", noLibrary}}) {
-        expect(c);
-    }
+    expect({{{"list"}, 1, "", noLibrary},
+            {{"expand"}, 1, "", noLibrary},
+            {{"add", ";x", "y"}, 1, "", noLibrary},
+            {{"import", csv}, 1, "", noLibrary},
+            {{"export"}, 1, "", noLibrary}});
     std::filesystem::create_directories(libraryFile.parent_path());
     testing::writeText(libraryFile, "[{\"id\": broken");
-    expect({{"add", ";x", "y"}, 1, "", noLibrary});
-    expect({{"import", csv}, 1, "", noLibrary});
+    expect({{{"add", ";x", "y"}, 1, "", noLibrary}, {{"import", csv}, 1, "", noLibrary}});
     EXPECT_EQ(testing::contentsOf(libraryFile), "[{\"id\": broken");
     // Any other word starts the application, which says why it cannot listen without a display.
-    for (const char* word : {"-psn_0_123", "--foo", "List"}) {
-        expect({{word}, 1, "", "There is no X11 display to listen to"});
-    }
+    const std::string noDisplay = "There is no X11 display to listen to";
+    expect({{{"-psn_0_123"}, 1, "", noDisplay},
+            {{"--foo"}, 1, "", noDisplay},
+            {{"List"}, 1, "", noDisplay}});
 }
 
 TEST_F(CliTest, ListShowsFirstLinesAndHidesArchivedAndLocked) {
@@ -143,7 +144,7 @@ TEST_F(CliTest, ExpandFillsFieldsIncludesAndRunsScriptsWhereAllowed) {
     add(";sh", "printf 'two\\nlines\\n\\n'").kind = Snippet::Kind::shell;
     save();
     const std::string none = "No snippet \u201C;A\u201D, or its script failed.\n";
-    const Run cases[] = {
+    expect({
         // The last value of a name counts; no line end; the unfilled choice is empty.
         {{"expand", ";sig", "Name=Ann", "Name=Bo", "junk", "a=b=c"}, 0, "Hi Bo, b=c!", ""},
         {{"expand"}, 1, "", "usage: snippets"},
@@ -159,12 +160,9 @@ TEST_F(CliTest, ExpandFillsFieldsIncludesAndRunsScriptsWhereAllowed) {
          true},
         {{"expand", ";js"}, 0, "3", ""},
         {{"expand", ";sh"}, 1, "", "No snippet \u201C;sh\u201D"}, // shell scripts are off
-    };
-    for (const Run& c : cases) {
-        expect(c);
-    }
+    });
     setting(R"({"allowScripts": true})");
-    expect({{"expand", ";sh"}, 0, "two\nlines\n", ""});
+    expect({{{"expand", ";sh"}, 0, "two\nlines\n", ""}});
 }
 
 TEST_F(CliTest, AddKeepsTheTextAsGivenOrRefusesAndWritesNothing) {
@@ -174,7 +172,7 @@ TEST_F(CliTest, AddKeepsTheTextAsGivenOrRefusesAndWritesNothing) {
     const std::string blank = "Give it an abbreviation and some text.\n",
                       editorOnly = "Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} "
                                    "are added in Quillet's editor only.\n";
-    const Run cases[] = {
+    expect({
         {{"add", " ;x "}, 0, "Added  ;x .\n", "", "hi\n"},
         {{"add", ";bad"}, 0, "Added ;bad.\n", "", "caf\xE9!"},
         {{"add", ";w", "two", "words"}, 0, "Added ;w.\n", ""},
@@ -185,10 +183,7 @@ TEST_F(CliTest, AddKeepsTheTextAsGivenOrRefusesAndWritesNothing) {
         {{"add", "cafe\u0301", "y"}, 1, "", "\u201Ccafe\u0301\u201D is already a snippet.\n"},
         {{"add", ";c", "{clipboard:2}"}, 1, "", editorOnly},
         {{"add", ";s"}, 1, "", editorOnly, "a {snippet:;b"},
-    };
-    for (const Run& c : cases) {
-        expect(c);
-    }
+    });
     auto snippets = saved();
     ASSERT_EQ(snippets.size(), 5u);
     EXPECT_EQ(snippets[2].abbreviation, ";x");
@@ -230,11 +225,7 @@ TEST_F(CliTest, AdditionsSurviveTheApplicationsNextSave) {
     Snippet mine = Snippet::make();
     mine.abbreviation = ";app";
     store.setSnippets({mine});
-    std::vector<std::string> abbreviations;
-    for (const Snippet& s : saved()) {
-        abbreviations.push_back(s.abbreviation);
-    }
-    EXPECT_EQ(abbreviations, (std::vector<std::string>{";app", ";cli"}));
+    EXPECT_EQ(testing::pairsOf(saved()), (testing::Pairs{{";app", ""}, {";cli", "from the tool"}}));
 }
 
 TEST_F(CliTest, ImportMergesFilesAndWarnsBeforeAddingRiskyOnes) {
@@ -257,7 +248,7 @@ TEST_F(CliTest, ImportMergesFilesAndWarnsBeforeAddingRiskyOnes) {
                              "includes another snippet or runs a script.\n\u2022 ;c: presses "
                              "keys, pastes your clipboard, includes another snippet or runs a "
                              "script.\n";
-    const Run cases[] = {
+    expect({
         {{"import", pack}, 0, "Added 1 snippet. Left out:\n\u2022 ;a: you already have one.\n", ""},
         {{"import", csv}, 0, "Added 2 snippets.\n", ""},
         {{"import", risky}, 1, "", warning},
@@ -267,16 +258,11 @@ TEST_F(CliTest, ImportMergesFilesAndWarnsBeforeAddingRiskyOnes) {
         {{"import", home.path().string()}, 1, "", "Couldn't read the file: "},
         {{"import"}, 1, "", "usage: snippets"},
         {{"import", csv, pack}, 1, "", "usage: snippets"},
-    };
-    for (const Run& c : cases) {
-        expect(c);
-    }
-    std::vector<std::string> abbreviations;
-    for (const Snippet& s : saved()) {
-        abbreviations.push_back(s.abbreviation + "=" + s.content);
-    }
-    EXPECT_EQ(abbreviations, (std::vector<std::string>{";a=x", "b=z", ";x=1,2", ";y=3",
-                                                       ";k=a{key:tab}b", ";c={clipboard}"}));
+    });
+    const testing::Pairs merged{{";a", "x"},           {"b", "z"},
+                                {";x", "1,2"},         {";y", "3"},
+                                {";k", "a{key:tab}b"}, {";c", "{clipboard}"}};
+    EXPECT_EQ(testing::pairsOf(saved()), merged);
 }
 
 TEST_F(CliTest, ImportReadsOtherExpandersFoundHereOrCopiedFromElsewhere) {
@@ -293,24 +279,24 @@ TEST_F(CliTest, ImportReadsOtherExpandersFoundHereOrCopiedFromElsewhere) {
                                              "plainText": "%clipboard"}]})");
     const std::string added = "Added 1 snippet. Left out:\n\u2022 ;a: you already have one.\n\n"
                               "Worth a look:\n\u2022 ;b: Espanso variables kept as text.\n";
-    expect({{"sources"}, 0, none, ""});
-    expect({{"import", "--source", "Espanso"}, 1, "", "isn't among the expanders found"});
-    expect({{"import", (home / "copy/match").string()}, 0, added, ""});
-    expect({{"import", "--trust", (home / "te.json").string()},
-            0,
-            "Added 1 snippet.\n\nWorth a look:\n\u2022 ;te: presses keys, pastes your clipboard, "
-            "includes another snippet or runs a script.\n",
-            ""});
+    expect({{{"sources"}, 0, none, ""},
+            {{"import", "--source", "Espanso"}, 1, "", "isn't among the expanders found"},
+            {{"import", (home / "copy/match").string()}, 0, added, ""},
+            {{"import", "--trust", (home / "te.json").string()},
+             0,
+             "Added 1 snippet.\n\nWorth a look:\n\u2022 ;te: presses keys, pastes your clipboard, "
+             "includes another snippet or runs a script.\n",
+             ""}});
 
     std::filesystem::create_directories(home / ".config/espanso");
     std::filesystem::rename(home / "copy/match", home / ".config/espanso/match");
-    expect({{"sources"}, 0, "Espanso\n", ""});
-    expect({{"import", "--source", "Espanso"},
-            0,
-            "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;b: you "
-            "already have one.\n\nWorth a look:\n\u2022 ;b: Espanso variables kept as text.\n",
-            ""});
-    expect({{"sources", "x"}, 1, "", "usage: snippets"});
+    expect({{{"sources"}, 0, "Espanso\n", ""},
+            {{"import", "--source", "Espanso"},
+             0,
+             "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;b: you "
+             "already have one.\n\nWorth a look:\n\u2022 ;b: Espanso variables kept as text.\n",
+             ""},
+            {{"sources", "x"}, 1, "", "usage: snippets"}});
 }
 
 TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
@@ -320,7 +306,7 @@ TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
     save();
     const std::string file = (home / "out/quillet-snippets.json").string();
     std::filesystem::create_directories(home / "out");
-    const Run cases[] = {
+    expect({
         {{"export", file},
          0,
          "Exported 2 snippets. Images stay behind. Locked snippets are exported without their "
@@ -328,24 +314,16 @@ TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
          ""},
         {{"export", (home / "no/folder.json").string()}, 1, "", "Couldn't save the file: "},
         {{"export", file, "more"}, 1, "", "usage: snippets"},
-    };
-    for (const Run& c : cases) {
-        expect(c);
-    }
+    });
     const std::string written = testing::contentsOf(file);
     EXPECT_TRUE(written.starts_with("{\n  \"snippets\": [\n")) << written;
-    for (const char* out : {"-", ""}) {
-        ProcessResult r = run(*out ? std::vector<std::string>{"export", out}
-                                   : std::vector<std::string>{"export"});
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(r.out, written);
-        EXPECT_EQ(r.err, "");
-    }
-    expect({{"import", file},
-            0,
-            "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;s: you "
-            "already have one.\n",
-            ""});
+    expect({{{"export", "-"}, 0, written, ""},
+            {{"export"}, 0, written, ""},
+            {{"import", file},
+             0,
+             "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;s: you "
+             "already have one.\n",
+             ""}});
 }
 
 } // namespace

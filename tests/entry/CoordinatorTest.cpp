@@ -14,6 +14,8 @@ namespace {
 using State = EngineStatus::State;
 
 using Harness = testing::CoordinatorHarness<RunLoop>;
+using testing::Pairs;
+using testing::pairsOf;
 
 TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     Harness h;
@@ -114,7 +116,7 @@ TEST(Coordinator, TheTrayShowsAWarningWhenStoppedADotForASuggestionAndTheTimeSav
 TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
     Harness h;
     h.runWithSuggestions();
-    const auto before = Harness::pairs(h.coordinator->store().snippets());
+    const auto before = pairsOf(h.coordinator->store().snippets());
     h.retype("see you very soon then");
     ASSERT_EQ(h.coordinator->suggestion(),
               (Repeats::Suggestion{";syvst", "see you very soon then", 3}));
@@ -126,8 +128,8 @@ TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
 
     auto after = before;
     after.emplace_back(";syvst", "see you very soon then");
-    EXPECT_EQ(Harness::pairs(h.coordinator->store().snippets()), after);
-    EXPECT_EQ(Harness::pairs(readLibrary(h.coordinator->store().location().libraryFile()).snippets),
+    EXPECT_EQ(pairsOf(h.coordinator->store().snippets()), after);
+    EXPECT_EQ(pairsOf(readLibrary(h.coordinator->store().location().libraryFile()).snippets),
               after);
     h.fake->executor_.steps.clear();
     h.fake->keys_.type(";syvst");
@@ -150,12 +152,11 @@ TEST(Coordinator, SharedFoldersInTheSettingsAreReadFollowedAndExpandUnlessOneOfY
     h.watcher.trigger(); // the settings file changed
     // From ;mine on: the first run's examples come before it.
     auto effective = [&] {
-        auto all = Harness::pairs(*h.coordinator->store().effectiveSnippets());
+        auto all = pairsOf(*h.coordinator->store().effectiveSnippets());
         const auto examples = static_cast<std::ptrdiff_t>(h.coordinator->store().snippets().size());
         all.erase(all.begin(), all.begin() + examples - 1);
         return all;
     };
-    using Pairs = std::vector<std::pair<std::string, std::string>>;
     EXPECT_EQ(effective(), (Pairs{{";mine", "Mine"}, {";team", "Team text"}}));
     EXPECT_NE(std::find(h.watcher.paths().begin(), h.watcher.paths().end(), team),
               h.watcher.paths().end());

@@ -111,8 +111,7 @@ TEST_F(PayloadMake, APictureInAnotherFormatIsAlsoOfferedAsPng) {
         "GIF89a\x01\0\x01\0\x80\0\0\xFF\0\0\0\0\0,\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0;"s;
     const struct {
         const char* file;
-        std::string bytes;
-        std::string type;
+        std::string bytes, type;
         QSize size; // of the PNG, empty for none
     } cases[] = {
         {"photo.jpg", encoded(wide, "jpeg"), "image/jpeg", {6, 2}},

@@ -63,11 +63,7 @@ TEST(FormPanel, EscapeOrClosingCancelsOnce) {
     for (bool escape : {true, false}) {
         Asked asked;
         QTest::keyClicks(QApplication::focusWidget(), "Ann");
-        if (escape) {
-            asked.keys({Qt::Key_Escape});
-        } else {
-            asked.panel->close();
-        }
+        escape ? asked.keys({Qt::Key_Escape}) : void(asked.panel->close());
         EXPECT_EQ(asked.final(), (std::vector<std::optional<Expansion::Values>>{std::nullopt}));
     }
 }

@@ -13,7 +13,6 @@
 namespace quillet {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::QuilletProcess;
 using testing::snippet;
 using testing::TextWindow;

@@ -101,7 +101,7 @@ TEST(Tray, TheMenuFollowsTheStatusAndPausesExpansion) {
     EXPECT_EQ(texts(tray->menu()).size(), 5);
 
     if (const char* folder = std::getenv("QUILLET_SCREENSHOTS")) {
-        testing::runProcess({"/usr/bin/xsetroot", "-solid", "#4c566a"}, std::string());
+        testing::runProcess({"/usr/bin/xsetroot", "-solid", "#4c566a"});
         // The tray host sits in the top right corner; the menu opens below it.
         const QRect screen = QGuiApplication::primaryScreen()->geometry();
         tray->menu().popup(QPoint(screen.right() - 250, 30));

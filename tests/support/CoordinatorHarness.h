@@ -5,6 +5,7 @@
 #include "platform/fake/FakeFileWatcher.h"
 #include "platform/fake/FakeOwnerAuth.h"
 #include "platform/fake/FakeSecretStore.h"
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <functional>
@@ -81,16 +82,6 @@ template <typename Loop> struct CoordinatorHarness {
         std::vector<Snippet> list = coordinator->store().snippets();
         list.push_back(std::move(snippet));
         coordinator->store().setSnippets(std::move(list));
-    }
-
-    /// Snippets as abbreviation and content.
-    static std::vector<std::pair<std::string, std::string>>
-    pairs(const std::vector<Snippet>& list) {
-        std::vector<std::pair<std::string, std::string>> out;
-        for (const Snippet& s : list) {
-            out.emplace_back(s.abbreviation, s.content);
-        }
-        return out;
     }
 
     TempFolder temp;

@@ -4,6 +4,8 @@
 
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace quillet::testing {
 
@@ -17,6 +19,17 @@ inline Snippet snippet(std::string abbreviation, std::string content = "text",
         change(s);
     }
     return s;
+}
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+/// Snippets as abbreviation and content, for one comparison.
+inline Pairs pairsOf(const std::vector<Snippet>& snippets) {
+    Pairs out;
+    for (const Snippet& s : snippets) {
+        out.emplace_back(s.abbreviation, s.content);
+    }
+    return out;
 }
 
 } // namespace quillet::testing

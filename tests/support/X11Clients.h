@@ -54,20 +54,6 @@ inline std::set<unsigned> emptyKeycodes(Display* display) {
     return empty;
 }
 
-/// A window of the root with the input focus, selecting mask; returns once it is mapped.
-inline Window openFocusedWindow(Display* display, long mask) {
-    const Window window =
-        XCreateSimpleWindow(display, XDefaultRootWindow(display), 0, 0, 200, 100, 0, 0, 0);
-    XSelectInput(display, window, mask | StructureNotifyMask);
-    XMapWindow(display, window);
-    for (XEvent event;
-         XWindowEvent(display, window, StructureNotifyMask, &event), event.type != MapNotify;) {
-    }
-    XSetInputFocus(display, window, RevertToParent, CurrentTime);
-    XSync(display, False);
-    return window;
-}
-
 /// The user's hands. Keys come either from the server's own keyboard device, so they look like
 /// a physical keyboard's, or from XTEST's virtual keyboard, as on-screen keyboards, remote
 /// desktops and automation tools send them. Each call but send() returns once the server has
@@ -197,7 +183,14 @@ public:
         if (display_ == nullptr) {
             return;
         }
-        window_ = openFocusedWindow(display_, KeyPressMask | KeyReleaseMask);
+        window_ =
+            XCreateSimpleWindow(display_, XDefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
+        XSelectInput(display_, window_, KeyPressMask | KeyReleaseMask | StructureNotifyMask);
+        XMapWindow(display_, window_);
+        for (XEvent event; XWindowEvent(display_, window_, StructureNotifyMask, &event),
+                           event.type != MapNotify;) {
+        }
+        XSetInputFocus(display_, window_, RevertToParent, CurrentTime);
         im_ = XOpenIM(display_, nullptr, nullptr, nullptr);
         if (im_ == nullptr) {
             return;

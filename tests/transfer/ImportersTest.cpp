@@ -1,6 +1,7 @@
 // Other expanders' libraries, each sample built here the way that program stores it.
 #include "transfer/Importers.h"
 
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 #include "transfer/Lz4Frame.h"
 #include "transfer/PropertyList.h"
@@ -15,33 +16,16 @@ namespace {
 
 using nlohmann::json;
 using Lines = std::vector<std::string>;
-using Pairs = std::vector<std::pair<std::string, std::string>>;
+using testing::Pairs;
 namespace fs = std::filesystem;
 
-// What a reader made, flattened for one comparison.
-struct Read {
-    Pairs entries;
-    Lines skipped = {};
-    Lines notes = {};
-    friend bool operator==(const Read&, const Read&) = default;
-    friend std::ostream& operator<<(std::ostream& out, const Read& r) {
-        for (const auto& [a, c] : r.entries) {
-            out << "[" << a << "=" << c << "] ";
-        }
-        for (const auto& s : r.skipped) {
-            out << "skipped[" << s << "] ";
-        }
-        for (const auto& n : r.notes) {
-            out << "note[" << n << "] ";
-        }
-        return out;
-    }
-};
+// What a reader made, flattened for one comparison: entries, what it skipped, its notes.
+using Read = std::tuple<Pairs, Lines, Lines>;
 
 Read flat(const Importers::Result& result) {
     Read r{{}, result.skipped, result.notes};
     for (const Transfer::Entry& e : result.entries) {
-        r.entries.emplace_back(e.abbreviation, e.content);
+        std::get<0>(r).emplace_back(e.abbreviation, e.content);
     }
     return r;
 }
@@ -119,54 +103,45 @@ TEST(ImportersTest, TextReplacementsComeFromTheDatabaseWithOneNote) {
     EXPECT_EQ(flat(Importers::textReplacements(folder / "missing.db")), Read{});
 }
 
-struct EspansoCase {
-    const char* name;
-    std::string text;
-    Read read;
-};
-
-class EspansoTest : public ::testing::TestWithParam<EspansoCase> {};
-
-TEST_P(EspansoTest, ReadsMatches) {
-    EXPECT_EQ(flat(Importers::espansoFile(GetParam().text)), GetParam().read);
+TEST(ImportersTest, EspansoFilesReadMatches) {
+    const std::pair<std::string, Read> cases[] = {
+        // Scalars quoted or plain, with comments.
+        {"# mine\nmatches:\n  - trigger: \":hi\"\n    replace: \"Hi\\n\\u00e9 \\\"x\\\"\"\n"
+         "  - trigger: ':it''s'\n    replace: it's # comment\n",
+         {{{":hi", "Hi\n\u00e9 \"x\""}, {":it's", "it's"}}, {}, {}}},
+        // Triggers in both list styles, and block values.
+        {"matches:\n  - triggers:\n      - :a\n      - \":b\"\n    replace: |\n"
+         "      one $|$\n\n        two {{clipboard}}\n\n  - triggers: [x, \"y\"]\n"
+         "    replace: >-\n      folded\n      line\n",
+         {{{":a", "one {cursor}\n\n  two {clipboard}"},
+           {":b", "one {cursor}\n\n  two {clipboard}"},
+           {"x", "folded line"},
+           {"y", "folded line"}},
+          {},
+          {}}},
+        // Forms, variables, images and scripts.
+        {"global_vars:\n  - name: g\n    type: shell\nmatches:\n"
+         "  - trigger: :f\n    form: \"Dear [[name]], [[ x ]]\"\n"
+         "  - trigger: :d\n    replace: \"{{today}} {{today}}\"\n    vars:\n"
+         "      - name: today\n        type: date\n"
+         "  - trigger: :img\n    image_path: \"$CONFIG/a.png\"\n"
+         "  - trigger: :sh\n    replace: \"{{out}}\"\n    vars:\n"
+         "      - name: out\n        type: shell\n        params:\n"
+         "          cmd: |\n            echo - trigger: no\n",
+         {{{":f", "Dear {field:name}, [[ x ]]"}, {":d", "{{today}} {{today}}"}},
+          {":img: an image or script, not text.", ":sh: an image or script, not text."},
+          {":d: Espanso variables kept as text."}}}};
+    for (const auto& [text, read] : cases) {
+        EXPECT_EQ(flat(Importers::espansoFile(text)), read) << text;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, EspansoTest,
-    ::testing::Values(
-        EspansoCase{
-            "ScalarsQuotedOrPlainWithComments",
-            "# mine\nmatches:\n  - trigger: \":hi\"\n    replace: \"Hi\\n\\u00e9 \\\"x\\\"\"\n"
-            "  - trigger: ':it''s'\n    replace: it's # comment\n",
-            {{{":hi", "Hi\n\u00e9 \"x\""}, {":it's", "it's"}}}},
-        EspansoCase{"TriggersInBothListStylesAndBlockValues",
-                    "matches:\n  - triggers:\n      - :a\n      - \":b\"\n    replace: |\n"
-                    "      one $|$\n\n        two {{clipboard}}\n\n  - triggers: [x, \"y\"]\n"
-                    "    replace: >-\n      folded\n      line\n",
-                    {{{":a", "one {cursor}\n\n  two {clipboard}"},
-                      {":b", "one {cursor}\n\n  two {clipboard}"},
-                      {"x", "folded line"},
-                      {"y", "folded line"}}}},
-        EspansoCase{"FormsVariablesImagesAndScripts",
-                    "global_vars:\n  - name: g\n    type: shell\nmatches:\n"
-                    "  - trigger: :f\n    form: \"Dear [[name]], [[ x ]]\"\n"
-                    "  - trigger: :d\n    replace: \"{{today}} {{today}}\"\n    vars:\n"
-                    "      - name: today\n        type: date\n"
-                    "  - trigger: :img\n    image_path: \"$CONFIG/a.png\"\n"
-                    "  - trigger: :sh\n    replace: \"{{out}}\"\n    vars:\n"
-                    "      - name: out\n        type: shell\n        params:\n"
-                    "          cmd: |\n            echo - trigger: no\n",
-                    {{{":f", "Dear {field:name}, [[ x ]]"}, {":d", "{{today}} {{today}}"}},
-                     {":img: an image or script, not text.", ":sh: an image or script, not text."},
-                     {":d: Espanso variables kept as text."}}}),
-    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(ImportersTest, EspansoFoldersAlfredFoldersAndDetection) {
     testing::TempFolder home;
     write(home / ".config/espanso/match/base.yml", "matches:\n  - trigger: :a\n    replace: A\n");
     write(home / ".config/espanso/match/more/b.yaml", "matches:\n- trigger: :b\n  replace: B\n");
     write(home / ".config/espanso/match/notes.txt", "matches:\n- trigger: :c\n  replace: C\n");
-    const Read espanso{{{":a", "A"}, {":b", "B"}}};
+    const Read espanso{{{":a", "A"}, {":b", "B"}}, {}, {}};
     EXPECT_EQ(flat(*Importers::readPath(home / ".config/espanso/match")), espanso);
 
     // XDG_CONFIG_HOME comes first; a source reads when asked, not when found.
@@ -176,7 +151,7 @@ TEST(ImportersTest, EspansoFoldersAlfredFoldersAndDetection) {
     write(home / "elsewhere/espanso/match/x.yml", "matches:\n- trigger: :x\n  replace: X\n");
     EXPECT_EQ(flat(sources[0].read()), espanso);
     EXPECT_EQ(flat(Importers::detect(home.path(), home / "elsewhere")[0].read()),
-              (Read{{{":x", "X"}}}));
+              (Read{{{":x", "X"}}, {}, {}}));
     EXPECT_TRUE(Importers::detect(home / "nobody", home / "nobody").empty());
 
     const fs::path prefs = home / "Alfred.alfredpreferences";
@@ -189,7 +164,7 @@ TEST(ImportersTest, EspansoFoldersAlfredFoldersAndDetection) {
     write(prefs / "snippets/Plain/c.json",
           R"({"alfredsnippet": {"keyword": "c", "snippet": "C"}})");
     write(prefs / "snippets/Plain/broken.json", "{");
-    const Read alfred{{{"c", "C"}, {";sig!", "Best"}}, {"Draft: no keyword in Alfred."}};
+    const Read alfred{{{"c", "C"}, {";sig!", "Best"}}, {"Draft: no keyword in Alfred."}, {}};
     EXPECT_EQ(flat(*Importers::readPath(prefs)), alfred);
     EXPECT_EQ(flat(*Importers::readPath(prefs / "snippets")), alfred);
     fs::create_directories(home / "empty");
@@ -317,60 +292,39 @@ TEST(ImportersTest, HostilePropertyListsAreRefused) {
     EXPECT_EQ(flat(Importers::keyboardMaestro("<?xml version=\"1.0\"?><plist><dict>")), Read{});
 }
 
-struct ForeignCase {
-    const char* name;
-    std::string json;
-    Read read;
-};
-
-class ForeignJsonTest : public ::testing::TestWithParam<ForeignCase> {};
-
 // Through the import of a file, which gives every abbreviation the ";" habit.
-TEST_P(ForeignJsonTest, ReadsExportsThroughTheFileImport) {
-    Transfer::Incoming in = Transfer::read(GetParam().json, Importers::foreignJson);
-    Read r{{}, in.skipped, in.notes};
-    for (const Snippet& s : in.snippets) {
-        r.entries.emplace_back(s.abbreviation, s.content);
-    }
-    EXPECT_EQ(r, GetParam().read);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Exports, ForeignJsonTest,
-    ::testing::Values(
-        ForeignCase{"TextExpander",
-                    R"({"snippetsTE2": [
+TEST(ImportersTest, ForeignExportsReadThroughTheFileImport) {
+    const std::pair<std::string, Read> cases[] = {
+        {R"({"snippetsTE2": [
                       {"abbreviation": "dt", "snippetType": 0, "plainText": "%Y-%m-%d and %d"},
                       {"abbreviation": "f", "snippetType": 0, "plainText":
                         "%filltext:name=who:default=you%%fillarea:name=a b:width=3% %clipboard%|"},
                       {"abbreviation": "p", "snippetType": 1, "plainText":
                         "%fillpopup:name=size:S:default=M:L% %fillpopup:name=x:a% 100%"},
                       {"abbreviation": "js", "snippetType": 3, "plainText": "x"}]})",
-                    {{{";dt", "%Y-%m-%d and %d"},
-                      {";f", "{field:who}{field:a b} {clipboard}{cursor}"},
-                      {";p", "{choice:size=M|S|L} {choice:x=a} 100%"}},
-                     {"js: a script or picture snippet."},
-                     {"dt: TextExpander macros (like dates) kept as text.",
-                      "p: rich text came over as plain text."}}},
-        ForeignCase{"TextReplacementList",
-                    R"([{"shortcut": "omw", "phrase": "On my way"}])",
-                    {{{";omw", "On my way"}}}},
-        ForeignCase{
-            "Raycast",
-            R"([{"name": "Greet", "keyword": "!hi", "text":
+         {{{";dt", "%Y-%m-%d and %d"},
+           {";f", "{field:who}{field:a b} {clipboard}{cursor}"},
+           {";p", "{choice:size=M|S|L} {choice:x=a} 100%"}},
+          {"js: a script or picture snippet."},
+          {"dt: TextExpander macros (like dates) kept as text.",
+           "p: rich text came over as plain text."}}},
+        {R"([{"shortcut": "omw", "phrase": "On my way"}])", {{{";omw", "On my way"}}, {}, {}}},
+        {R"([{"name": "Greet", "keyword": "!hi", "text":
                            "Hi {argument name=\"who\" default=\"you\"} {clipboard}{cursor}"},
                          {"name": "Today", "keyword": "td", "text": "{date format=\"d\"}"},
                          {"name": "Loose", "text": "x"}])",
-            {{{";hi", "Hi {field:who} {clipboard}{cursor}"}, {";td", "{date format=\"d\"}"}},
-             {"Loose: no keyword in Raycast."},
-             {"td: Raycast date or clipboard options kept as text."}}},
-        ForeignCase{"AlfredSnippet",
-                    R"({"alfredsnippet": {"keyword": "ad", "name": "Address", "snippet": "1 St"}})",
-                    {{{";ad", "1 St"}}}},
-        ForeignCase{"NoneOfThemFallsThroughToCsv",
-                    R"([{"phrase": "x"}])",
-                    {{}, {"Row 1: needs an abbreviation and its text."}}}),
-    [](const auto& test) { return std::string(test.param.name); });
+         {{{";hi", "Hi {field:who} {clipboard}{cursor}"}, {";td", "{date format=\"d\"}"}},
+          {"Loose: no keyword in Raycast."},
+          {"td: Raycast date or clipboard options kept as text."}}},
+        {R"({"alfredsnippet": {"keyword": "ad", "name": "Address", "snippet": "1 St"}})",
+         {{{";ad", "1 St"}}, {}, {}}},
+        // None of them: on to CSV.
+        {R"([{"phrase": "x"}])", {{}, {"Row 1: needs an abbreviation and its text."}, {}}}};
+    for (const auto& [text, read] : cases) {
+        Transfer::Incoming in = Transfer::read(text, Importers::foreignJson);
+        EXPECT_EQ(Read(testing::pairsOf(in.snippets), in.skipped, in.notes), read) << text;
+    }
+}
 
 TEST(ImportersTest, HugeLinesAndDeepTreesEndQuietly) {
     const std::string line =

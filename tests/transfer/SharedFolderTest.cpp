@@ -1,5 +1,6 @@
 #include "transfer/SharedFolder.h"
 
+#include "support/Snippets.h"
 #include "support/TempFolder.h"
 
 #include <filesystem>
@@ -10,14 +11,6 @@ namespace {
 
 using testing::TempFolder;
 using testing::writeText;
-
-std::vector<std::pair<std::string, std::string>> pairs(const SnippetStore::SharedPack& pack) {
-    std::vector<std::pair<std::string, std::string>> out;
-    for (const Snippet& s : pack.snippets) {
-        out.emplace_back(s.abbreviation, s.content);
-    }
-    return out;
-}
 
 TEST(SharedFolderTest, ReadsTheVisibleSnippetFilesInNameOrderAndLeavesOutWhatOnlyTheEditorRuns) {
     TempFolder temp;
@@ -39,8 +32,8 @@ TEST(SharedFolderTest, ReadsTheVisibleSnippetFilesInNameOrderAndLeavesOutWhatOnl
     writeText(temp / "team" / "sub" / "deeper.csv", ";deep,not read\n");
 
     const SnippetStore::SharedPack pack = SharedFolder::load(folder);
-    EXPECT_EQ(pairs(pack), (std::vector<std::pair<std::string, std::string>>{
-                               {";hi", "Hello"}, {";date", "{date}"}, {";sig", "Best, Ann"}}));
+    EXPECT_EQ(testing::pairsOf(pack.snippets),
+              (testing::Pairs{{";hi", "Hello"}, {";date", "{date}"}, {";sig", "Best, Ann"}}));
     EXPECT_EQ(pack.leftOut, 4);
     EXPECT_FALSE(pack.missing);
     EXPECT_EQ(SharedFolder::describe(pack),

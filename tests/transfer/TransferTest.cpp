@@ -7,69 +7,49 @@
 namespace quillet {
 namespace {
 
+using testing::Pairs;
+using testing::pairsOf;
 using testing::snippet;
-using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-Pairs pairsOf(const std::vector<Snippet>& snippets) {
-    Pairs pairs;
-    for (const Snippet& s : snippets) {
-        pairs.emplace_back(s.abbreviation, s.content);
-    }
-    return pairs;
-}
-
-struct ReadCase {
-    const char* name;
-    std::string bytes;
-    Pairs snippets;
-    std::vector<std::string> skipped = {};
-};
-
-class ReadTest : public ::testing::TestWithParam<ReadCase> {};
-
-TEST_P(ReadTest, FindsTheFormatAndItsSnippets) {
-    Transfer::Incoming in = Transfer::read(GetParam().bytes);
-    EXPECT_EQ(pairsOf(in.snippets), GetParam().snippets);
-    EXPECT_EQ(in.skipped, GetParam().skipped);
-    EXPECT_TRUE(in.notes.empty());
-}
-
-const std::string bom = "\xEF\xBB\xBF";
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, ReadTest,
-    ::testing::Values(
+TEST(TransferTest, ReadFindsTheFormatAndItsSnippets) {
+    const std::string bom = "\xEF\xBB\xBF";
+    const struct {
+        std::string bytes;
+        Pairs snippets;
+        std::vector<std::string> skipped = {};
+    } cases[] = {
         // This program's own files keep abbreviations exactly as written.
-        ReadCase{"Pack",
-                 R"({"version": 1, "extra": 0, "snippets": [{"abbreviation": "sig",
-                     "content": "Best", "kind": null}]})",
-                 {{"sig", "Best"}}},
-        ReadCase{"PackWithIntegralFloatVersion", bom + R"({"version": 1.0, "snippets": []})", {}},
-        ReadCase{"BareList", R"( [{"abbreviation": "!x", "content": ""}])", {{"!x", ""}}},
-        ReadCase{"CsvWithoutHeaderImportsTheFirstRow",
-                 "sig,Best regards\n!addr,\"1 Main St\nTown\"\n",
-                 {{";sig", "Best regards"}, {";addr", "1 Main St\nTown"}}},
-        ReadCase{"HeaderNamesInAnyCaseWithBlanks",
-                 " Trigger ,\tEXPANSION\nhi,Hello",
-                 {{";hi", "Hello"}}},
-        ReadCase{"HeaderColumnsInEitherOrder", "Snippet,Shortcut\nHello,hi", {{";hi", "Hello"}}},
-        ReadCase{"FirstAbbreviationAndContentNamesWin",
-                 "note,keyword,phrase,abbreviation,text\nn,k,p,a,t",
-                 {{";k", "p"}}},
-        ReadCase{"HeaderWithoutContentNameTakesTheOtherColumn",
-                 "Name,AutoText\nHello,hi\n",
-                 {{";hi", "Hello"}}},
-        ReadCase{"HeaderWithoutContentNameAtColumnZero", "keyword,x\nhi,Hello", {{";hi", "Hello"}}},
-        ReadCase{"ShortRowsAreCountedAfterTheHeader",
-                 "content,abbreviation\nonly one\n\nHello,hi\n,",
-                 {{";hi", "Hello"}, {"", ""}},
-                 {"Row 1: needs an abbreviation and its text."}},
+        {R"({"version": 1, "extra": 0, "snippets": [{"abbreviation": "sig",
+             "content": "Best", "kind": null}]})",
+         {{"sig", "Best"}}},
+        {bom + R"({"version": 1.0, "snippets": []})", {}}, // an integral float version
+        {R"( [{"abbreviation": "!x", "content": ""}])", {{"!x", ""}}},
+        // CSV without a header imports its first row.
+        {"sig,Best regards\n!addr,\"1 Main St\nTown\"\n",
+         {{";sig", "Best regards"}, {";addr", "1 Main St\nTown"}}},
+        // Header names in any case, with blanks, in either order; the first of each kind wins,
+        // and without a content name the other column is the content.
+        {" Trigger ,\tEXPANSION\nhi,Hello", {{";hi", "Hello"}}},
+        {"Snippet,Shortcut\nHello,hi", {{";hi", "Hello"}}},
+        {"note,keyword,phrase,abbreviation,text\nn,k,p,a,t", {{";k", "p"}}},
+        {"Name,AutoText\nHello,hi\n", {{";hi", "Hello"}}},
+        {"keyword,x\nhi,Hello", {{";hi", "Hello"}}},
+        // Short rows are counted after the header.
+        {"content,abbreviation\nonly one\n\nHello,hi\n,",
+         {{";hi", "Hello"}, {"", ""}},
+         {"Row 1: needs an abbreviation and its text."}},
         // A pack with a bad entry is not a pack; what is left is read as CSV.
-        ReadCase{"BadPackFallsThroughToCsv",
-                 R"({"version": 1, "snippets": [{"abbreviation": "x", "content": 1}]})",
-                 {{";version\": 1", " \"snippets\": [{\"abbreviation\": \"x\""}}},
-        ReadCase{"NotText", "a,\xFF\xFE", {}, {"This file isn't text."}}),
-    [](const auto& test) { return std::string(test.param.name); });
+        {R"({"version": 1, "snippets": [{"abbreviation": "x", "content": 1}]})",
+         {{";version\": 1", " \"snippets\": [{\"abbreviation\": \"x\""}}},
+        {"a,\xFF\xFE", {}, {"This file isn't text."}},
+    };
+    for (const auto& c : cases) {
+        Transfer::Incoming in = Transfer::read(c.bytes);
+        EXPECT_EQ(pairsOf(in.snippets), c.snippets) << c.bytes;
+        EXPECT_EQ(in.skipped, c.skipped) << c.bytes;
+        EXPECT_TRUE(in.notes.empty()) << c.bytes;
+    }
+}
 
 TEST(TransferTest, EntriesDecodeOnlyWithTheRightTypes) {
     const char* refused[] = {
@@ -119,13 +99,12 @@ TEST(TransferTest, ForeignReadersGetTheSemicolonHabitAndKeepTheirLines) {
     Transfer::ForeignReader reader = [](std::string_view bytes) {
         std::optional<Transfer::Foreign> found;
         if (bytes.starts_with("{\"foreign\"")) {
-            Transfer::Entry sig, pattern;
-            sig.abbreviation = "!sig";
-            sig.content = "Best";
-            pattern.abbreviation = "#(\\d+)";
-            pattern.content = "Issue $1";
-            pattern.regex = true;
-            found = Transfer::Foreign{{sig, pattern}, {"x: skipped"}, {"y: a note"}};
+            const Snippet pattern =
+                snippet("#(\\d+)", "Issue $1", [](Snippet& s) { s.regex = true; });
+            found = Transfer::Foreign{
+                {Transfer::Entry::from(snippet("!sig", "Best")), Transfer::Entry::from(pattern)},
+                {"x: skipped"},
+                {"y: a note"}};
         }
         return found;
     };

@@ -9,7 +9,6 @@
 namespace quillet {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::QuilletProcess;
 using testing::snippet;
 using testing::TextWindow;

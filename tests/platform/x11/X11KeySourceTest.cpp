@@ -85,13 +85,12 @@ protected:
 };
 
 TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
-    struct Case {
+    const struct {
         std::vector<KeySym> chord; // modifiers, then the key
         Key kind;
         std::string text;
         KeyEvent::Modifiers modifiers;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{XK_a}, Key::other, "a", {}},
         {{XK_Shift_L, XK_1}, Key::other, "!", {.shift = true}},
         {{XK_BackSpace}, Key::backspace, "", {}},
@@ -102,7 +101,7 @@ TEST_F(X11KeySourceTest, DecodesKeysTextModifiersAndClicks) {
         {{XK_Super_L, XK_l}, Key::other, "l", {.super = true}},
         {{XK_ISO_Level3_Shift, XK_e}, Key::other, "e", {}}, // AltGr is a level, not Alt
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(XKeysymToString(c.chord.back()));
         const std::size_t before = observer_.keys.size();
         keys_.chord(c.chord);

@@ -90,16 +90,13 @@ TEST_F(X11SecureInputTest, AnotherClientsGrabPausesWithItsNameUntilItEndsButQuil
     keys_.holdKeyboard(true);
     keys_.holdKeyboard(false);
 
-    struct Case {
-        const char* name;
-        const char* windowClass;
+    // focusFirst: the prompt has the focus and grabs its own window.
+    const struct {
+        const char *name, *windowClass;
         std::string title;
-        bool unmanaged;
-        bool focusFirst; // the prompt has the focus and grabs its own window
-        bool onRoot;
+        bool unmanaged, focusFirst, onRoot;
         std::string holder;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"locker's unmanaged window", "Locker", "", true, false, false, "Locker"},
         {"focused prompt", "Pinentry", "", false, true, false, "Pinentry"},
         {"managed window without focus", "Polkit-agent", "", false, false, false, "Polkit-agent"},
@@ -109,7 +106,7 @@ TEST_F(X11SecureInputTest, AnotherClientsGrabPausesWithItsNameUntilItEndsButQuil
     // One connection for every prompt: a new one could reuse a window id of the last, which the
     // window manager may still be letting go of.
     testing::X11Windows prompt;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Window window = prompt.open(c.windowClass, c.title, c.unmanaged);
         if (c.focusFirst) {
