@@ -1024,9 +1024,9 @@ void X11KeySource::releaseHold(bool announce) {
             readHold();
         }
     } while (replayQueued(announce));
-    if (!queued_.empty() && queued_.front().barrier) {
-        // A key caught here began the next expansion: what was typed after it waits for that
-        // one to end. Should it never run, the keyboard is let go after a while all the same.
+    // A key caught here began the next expansion: what was typed after it waits for that one
+    // to end. Should it never run, the keyboard is let go after a while all the same.
+    auto keepForNext = [this, announce] {
         queued_.pop_front();
         const std::uint64_t generation = ++holdGeneration_;
         scheduler_.postAfter(std::chrono::seconds(3),
@@ -1036,6 +1036,9 @@ void X11KeySource::releaseHold(bool announce) {
                                      releaseHold(announce);
                                  }
                              });
+    };
+    if (!queued_.empty() && queued_.front().barrier) {
+        keepForNext();
         return;
     }
     ++holdGeneration_;
@@ -1049,6 +1052,19 @@ void X11KeySource::releaseHold(bool announce) {
     XSync(hold, False);
     if (dispatching_ == 0) {
         readHold();
+    }
+    replayQueued(announce);
+    if (!queued_.empty() && queued_.front().barrier) {
+        // One of them began the next expansion: the keyboard is held again at once, and the
+        // keys after it wait for that expansion, as they would have with the grabs kept.
+        holding_ = false;
+        heldDevices_.clear();
+        holdKeyboard(true);
+        if (holding_) {
+            keepForNext();
+            return;
+        }
+        holding_ = true; // none could be taken: everything goes out now, as below
     }
     std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
     // The user's releases of keys still down reach the applications through the core keyboard,
