@@ -1,21 +1,28 @@
 // Saves a picture of one of the floating panels: PanelScreenshot form|popup|picker OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
+#include "library/JsonPreferences.h"
 #include "platform/fake/FakeCaret.h"
+#include "platform/fake/FakeFileWatcher.h"
 #include "platform/fake/FakeMatchPopup.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
+#include "shell/MainWindow.h"
 #include "shell/PickerWindow.h"
 #include "shell/PopupPanel.h"
+#include "shell/QtScheduler.h"
+#include "transfer/SharedFolder.h"
 
 #include <QApplication>
 #include <QLineEdit>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <cstdio>
+#include <fstream>
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s form|popup|picker OUT.png [--dark]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s form|popup|picker|settings OUT.png [--dark]\n", argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -57,7 +64,34 @@ int main(int argc, char** argv) {
             [](auto) {});
         picker->field()->setText(QStringLiteral("re"));
         shown = picker;
-    } else {
+    }
+    // The settings window over a library and settings of a temporary home, with a team folder.
+    QTemporaryDir home;
+    const std::filesystem::path root = home.path().toStdString();
+    std::filesystem::create_directories(root / "team");
+    std::ofstream(root / "team" / "team.csv") << ";team,Team text\n;keys,{key:enter}\n";
+    std::ofstream(root / "settings.json")
+        << R"({"typo.common": true, "typo.symbols": true, "suggestions": true, "sharedFolders": [")"
+        << (root / "team").string() << R"("]})";
+    quillet::JsonFilePreferences preferences(root / "settings.json");
+    quillet::QtScheduler scheduler;
+    quillet::FakeFileWatcher watcher;
+    std::unique_ptr<quillet::SnippetStore> store;
+    std::unique_ptr<quillet::Settings> settings;
+    std::unique_ptr<quillet::MainWindow> window;
+    if (what == QStringLiteral("settings")) {
+        store = std::make_unique<quillet::SnippetStore>(preferences, watcher, scheduler,
+                                                        quillet::Folders::forHome(root, "", ""),
+                                                        &quillet::SharedFolder::load);
+        settings = std::make_unique<quillet::Settings>(preferences, *store);
+        window = std::make_unique<quillet::MainWindow>(*settings);
+        window->open();
+        window->resize(600, window->settingsPage().sizeHint().height() + 8); // all, unscrolled
+        shown = window.get();
+    } else if (shown == nullptr && what != QStringLiteral("form")) {
+        std::fprintf(stderr, "no panel called %s\n", argv[1]);
+        return 2;
+    } else if (shown == nullptr) {
         const std::vector<quillet::Tokens::Field> fields{
             {"Client", {}},
             {"Meeting slot", {"#Morning", "9:00", "10:30", "#Afternoon", "14:00", "16:30"}},

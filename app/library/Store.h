@@ -98,6 +98,10 @@ public:
     /// Loads every folder under "sharedFolders" again, and watches the current set of folders.
     void reloadShared();
 
+    /// The folders under "sharedFolders", in the order they were added; entries that are not
+    /// text are passed over.
+    std::vector<std::string> sharedFolders() const;
+
     /// Stops using a shared folder: removes every entry equal to folder from "sharedFolders".
     void removeSharedFolder(const std::string& folder);
 
@@ -127,7 +131,6 @@ private:
     bool follow();
     bool loadShared();
     void notify();
-    std::vector<std::string> sharedFolders() const;
     std::vector<std::filesystem::path> watchedPaths() const;
     void watchAgain();
     void rememberOnDisk(const std::vector<Snippet>& list);

@@ -11,6 +11,7 @@
 #include "platform/linux/SignalQuit.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
+#include "shell/MainWindow.h"
 #include "shell/PickerWindow.h"
 #include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
@@ -47,6 +48,7 @@ int runShell(int argc, char** argv) {
     Appearance appearance(app);
     std::unique_ptr<Tray> tray;
     std::unique_ptr<SuggestionNotifier> notifier;
+    std::unique_ptr<MainWindow> mainWindow;
     auto refreshTray = [&] {
         appearance.apply(preferences.text(Coordinator::appearanceKey).value_or("system"));
         if (tray) {
@@ -54,6 +56,9 @@ int runShell(int argc, char** argv) {
         }
         if (notifier) {
             notifier->update();
+        }
+        if (mainWindow && mainWindow->isVisible()) {
+            mainWindow->refresh(); // the settings may have changed in the file
         }
     };
 
@@ -137,8 +142,11 @@ int runShell(int argc, char** argv) {
     } else {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
+    Settings settings(preferences, coordinator.store());
+    mainWindow = std::make_unique<MainWindow>(settings);
     tray = std::make_unique<Tray>(
-        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker);
+        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker,
+        [&mainWindow] { mainWindow->open(); });
     notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
     coordinator.start();
     const int status = QApplication::exec();
@@ -163,6 +171,7 @@ int runShell(int argc, char** argv) {
             finishing.exec();
         }
     }
+    mainWindow.reset(); // before the settings it shows
     return status;
 }
 

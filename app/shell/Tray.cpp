@@ -28,7 +28,7 @@ QIcon Tray::iconFor(TrayLook::Badge badge, bool darkPanel) {
 }
 
 Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
-           std::function<void()> search)
+           std::function<void()> search, std::function<void()> settings)
     : coordinator_(coordinator), appearance_(appearance) {
     registerIcons();
     menu_.setObjectName("trayMenu");
@@ -62,6 +62,11 @@ Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function
     if (search) {
         QAction* find = menu_.addAction("Search and Paste\u2026");
         connect(find, &QAction::triggered, this, [search = std::move(search)] { search(); });
+    }
+    if (settings) {
+        QAction* open = menu_.addAction("Settings\u2026");
+        open->setShortcut(QKeySequence::Preferences);
+        connect(open, &QAction::triggered, this, [settings = std::move(settings)] { settings(); });
     }
     menu_.addSeparator();
     quit_ = menu_.addAction("Quit Quillet");

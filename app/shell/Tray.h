@@ -19,9 +19,9 @@ namespace quillet {
 class Tray final : public QObject {
 public:
     /// Shows coordinator's status, in the colours appearance says; quit ends the application,
-    /// search (when given) opens the search-and-paste picker.
+    /// search (when given) opens the search-and-paste picker, settings (when given) the window.
     Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
-         std::function<void()> search = {});
+         std::function<void()> search = {}, std::function<void()> settings = {});
 
     /// Shows the status, badge and tooltip as they are now.
     void update();

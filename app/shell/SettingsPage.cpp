@@ -1,0 +1,276 @@
+#include "shell/SettingsPage.h"
+
+#include "engine/Expander.h"
+#include "engine/Typos.h"
+#include "entry/Coordinator.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QVBoxLayout>
+#include <algorithm>
+
+namespace quillet {
+namespace {
+
+QString qt(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+// A note under a control, in the palette's quieter colour.
+QLabel* note(const std::string& text, QWidget* parent) {
+    auto* label = new QLabel(qt(text), parent);
+    label->setWordWrap(true);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    label->setAccessibleName(label->text());
+    label->setContentsMargins(24, 0, 0, 4);
+    return label;
+}
+
+// A message next to a field that refused what was typed; hidden while there is none.
+QLabel* problem(QWidget* parent) {
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    label->setAccessibleName(QStringLiteral("Problem"));
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, QColor(0xc0, 0x1c, 0x28));
+    label->setPalette(palette);
+    label->hide();
+    return label;
+}
+
+void showProblem(QLabel* label, const std::optional<std::string>& text) {
+    label->setText(text ? qt(*text) : QString());
+    label->setVisible(text.has_value());
+}
+
+} // namespace
+
+SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> chooseFolder,
+                           QWidget* parent)
+    : QWidget(parent), settings_(settings), chooseFolder_(std::move(chooseFolder)) {
+    setAccessibleName(QStringLiteral("Settings"));
+    auto* page = new QVBoxLayout(this);
+    auto section = [&](const QString& title) {
+        auto* box = new QGroupBox(title, this);
+        box->setAccessibleName(title);
+        page->addWidget(box);
+        return box;
+    };
+    auto addSwitch = [&](QBoxLayout* layout, const Settings::Switch& s, QWidget* box) {
+        auto* check = new QCheckBox(qt(s.label), box);
+        check->setAccessibleName(check->text());
+        layout->addWidget(check);
+        if (!s.note.empty()) {
+            layout->addWidget(note(s.note, box));
+        }
+        const std::string key(s.key);
+        connect(check, &QCheckBox::toggled, this,
+                [this, key](bool on) { settings_.setOn(key, on); });
+        switches_.emplace_back(key, check);
+    };
+    const std::vector<Settings::Switch>& all = Settings::switches();
+    auto switchFor = [&](std::string_view key) -> const Settings::Switch& {
+        return *std::find_if(all.begin(), all.end(),
+                             [&](const Settings::Switch& s) { return s.key == key; });
+    };
+
+    // Expanding: when abbreviations fire, the picker's stroke, the popup, starting.
+    QGroupBox* expanding = section(QStringLiteral("Expanding"));
+    auto* expandingLayout = new QVBoxLayout(expanding);
+    auto* form = new QFormLayout;
+    triggerMode_ = new QComboBox(expanding);
+    for (const Settings::Choice& choice : Settings::triggerModes()) {
+        triggerMode_->addItem(qt(choice.label), qt(choice.raw));
+    }
+    triggerMode_->setAccessibleName(QStringLiteral("Expand abbreviations"));
+    connect(triggerMode_, &QComboBox::activated, this, [this](int index) {
+        const std::string raw = triggerMode_->itemData(index).toString().toStdString();
+        if (auto mode = triggerModeFromRaw(raw)) {
+            settings_.setTriggerMode(*mode);
+        }
+    });
+    form->addRow(QStringLiteral("E&xpand abbreviations:"), triggerMode_);
+    shortcut_ = new QLineEdit(expanding);
+    shortcut_->setPlaceholderText(QStringLiteral("super+period, or empty for none"));
+    shortcut_->setAccessibleName(QStringLiteral("Search and paste shortcut"));
+    connect(shortcut_, &QLineEdit::editingFinished, this, [this] {
+        showProblem(shortcutProblem_, settings_.setPickerShortcut(shortcut_->text().toStdString()));
+    });
+    form->addRow(QStringLiteral("&Search and paste:"), shortcut_);
+    shortcutProblem_ = problem(expanding);
+    form->addRow(QString(), shortcutProblem_);
+    expandingLayout->addLayout(form);
+    addSwitch(expandingLayout, switchFor(Expander::popupKey), expanding);
+    addSwitch(expandingLayout, switchFor(Coordinator::startWithSessionKey), expanding);
+
+    // Corrections and symbols: the two group switches, then every set on its own.
+    QGroupBox* typing = section(QStringLiteral("Corrections and symbols"));
+    auto* typingLayout = new QVBoxLayout(typing);
+    for (const Settings::Group& group : Settings::groups()) {
+        auto* check = new QCheckBox(qt(group.label), typing);
+        check->setAccessibleName(check->text());
+        check->setAccessibleDescription(qt(group.description));
+        typingLayout->addWidget(check);
+        typingLayout->addWidget(note(group.description, typing));
+        connect(check, &QCheckBox::toggled, this, [this, &group](bool on) {
+            settings_.setGroupOn(group, on);
+            refresh(); // the sets of the group follow
+        });
+        groups_.push_back(check);
+    }
+    // The sets one by one: word corrections, then those that expand like abbreviations.
+    for (const bool corrections : {true, false}) {
+        auto* sets = new QGroupBox(
+            corrections ? QStringLiteral("Corrections") : QStringLiteral("Symbols"), typing);
+        sets->setAccessibleName(sets->title());
+        sets->setFlat(true);
+        auto* setsLayout = new QVBoxLayout(sets);
+        for (const Typos::Set& set : Typos::all()) {
+            if ((set.fires.kind == Typos::Fires::Kind::wordEnds) != corrections) {
+                continue;
+            }
+            auto* check = new QCheckBox(qt(set.name), sets);
+            check->setAccessibleName(check->text());
+            setsLayout->addWidget(check);
+            connect(check, &QCheckBox::toggled, this, [this, id = set.id](bool on) {
+                settings_.setSetOn(id, on);
+                refresh(); // the group switches follow
+            });
+            sets_.emplace_back(set.id, check);
+        }
+        setsLayout->addWidget(
+            note(corrections ? Settings::correctionsNote() : Settings::setsNote(), sets));
+        typingLayout->addWidget(sets);
+    }
+
+    // Suggestions, the icon and the colours.
+    QGroupBox* looks = section(QStringLiteral("Suggestions and appearance"));
+    auto* looksLayout = new QVBoxLayout(looks);
+    addSwitch(looksLayout, switchFor(Expander::suggestionsKey), looks);
+    addSwitch(looksLayout, switchFor(Coordinator::showSavedKey), looks);
+    auto* looksForm = new QFormLayout;
+    appearance_ = new QComboBox(looks);
+    for (const Settings::Choice& choice : Settings::appearances()) {
+        appearance_->addItem(qt(choice.label), qt(choice.raw));
+    }
+    appearance_->setAccessibleName(QStringLiteral("Appearance"));
+    connect(appearance_, &QComboBox::activated, this, [this](int index) {
+        settings_.setAppearance(appearance_->itemData(index).toString().toStdString());
+    });
+    looksForm->addRow(QStringLiteral("&Appearance:"), appearance_);
+    looksLayout->addLayout(looksForm);
+
+    QGroupBox* scripts = section(QStringLiteral("Scripts"));
+    auto* scriptsLayout = new QVBoxLayout(scripts);
+    addSwitch(scriptsLayout, switchFor("allowScripts"), scripts);
+
+    // Shared folders: each with what it holds, and a way to stop using it.
+    QGroupBox* shared = section(QStringLiteral("Shared folders"));
+    auto* sharedLayout = new QVBoxLayout(shared);
+    folders_ = new QVBoxLayout;
+    sharedLayout->addLayout(folders_);
+    auto* add = new QPushButton(QStringLiteral("Add a &Folder\u2026"), shared);
+    add->setAccessibleName(QStringLiteral("Add a shared folder"));
+    connect(add, &QPushButton::clicked, this, &SettingsPage::addSharedFolder);
+    sharedLayout->addWidget(add, 0, Qt::AlignLeft);
+    folderProblem_ = problem(shared);
+    sharedLayout->addWidget(folderProblem_);
+    page->addStretch();
+    refresh();
+}
+
+void SettingsPage::refresh() {
+    {
+        const QSignalBlocker quiet(triggerMode_);
+        triggerMode_->setCurrentIndex(
+            triggerMode_->findData(qt(std::string(rawValue(settings_.triggerMode())))));
+    }
+    {
+        const QSignalBlocker quiet(appearance_);
+        appearance_->setCurrentIndex(appearance_->findData(qt(settings_.appearance())));
+    }
+    if (!shortcut_->hasFocus()) { // never taken from under the user's fingers
+        shortcut_->setText(qt(settings_.pickerShortcut()));
+    }
+    for (auto& [key, check] : switches_) {
+        const QSignalBlocker quiet(check);
+        check->setChecked(settings_.isOn(key));
+    }
+    for (std::size_t i = 0; i < groups_.size(); ++i) {
+        const QSignalBlocker quiet(groups_[i]);
+        groups_[i]->setChecked(settings_.groupOn(Settings::groups()[i]));
+    }
+    for (auto& [id, check] : sets_) {
+        const QSignalBlocker quiet(check);
+        check->setChecked(settings_.setIsOn(id));
+    }
+    showSharedFolders();
+}
+
+void SettingsPage::showSharedFolders() {
+    std::vector<std::string> folders = settings_.sharedFolders();
+    std::vector<std::vector<std::string>> lines;
+    for (const std::string& folder : folders) {
+        lines.push_back(settings_.sharedFolderLines(folder));
+    }
+    if (folders == shownFolders_ && lines == shownLines_) {
+        return; // rebuilding would move the keyboard focus off a button for nothing
+    }
+    // Later, not now: the click that got here may come from a button of a row.
+    while (QLayoutItem* item = folders_->takeAt(0)) {
+        item->widget()->hide();
+        item->widget()->deleteLater();
+        delete item;
+    }
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        auto* row = new QWidget(this);
+        auto* rowLayout = new QVBoxLayout(row);
+        rowLayout->setContentsMargins(0, 0, 0, 6);
+        auto* name = new QLabel(qt(folders[i]), row);
+        name->setAccessibleName(name->text());
+        name->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        QFont bold = name->font();
+        bold.setBold(true);
+        name->setFont(bold);
+        rowLayout->addWidget(name);
+        for (const std::string& line : lines[i]) {
+            rowLayout->addWidget(note(line, row));
+        }
+        auto* stop = new QPushButton(qt(Settings::stopUsingLabel()), row);
+        stop->setAccessibleName(qt(Settings::stopUsingLabel() + ": " + folders[i]));
+        connect(stop, &QPushButton::clicked, this, [this, folder = folders[i]] {
+            settings_.removeSharedFolder(folder);
+            showSharedFolders();
+        });
+        rowLayout->addWidget(stop, 0, Qt::AlignLeft);
+        folders_->addWidget(row);
+    }
+    if (folders.empty()) {
+        folders_->addWidget(note("No shared folders. A team's folder of snippet files adds "
+                                 "their snippets here, read-only.",
+                                 this));
+    }
+    shownFolders_ = std::move(folders);
+    shownLines_ = std::move(lines);
+}
+
+void SettingsPage::addSharedFolder() {
+    const std::string folder =
+        chooseFolder_ ? chooseFolder_()
+                      : QFileDialog::getExistingDirectory(this, QStringLiteral("Share a folder"))
+                            .toStdString();
+    if (folder.empty()) {
+        return;
+    }
+    showProblem(folderProblem_, settings_.addSharedFolder(folder));
+    showSharedFolders();
+}
+
+} // namespace quillet

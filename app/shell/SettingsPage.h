@@ -1,0 +1,50 @@
+#pragma once
+
+#include "entry/Settings.h"
+
+#include <QWidget>
+#include <functional>
+#include <string>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QVBoxLayout;
+
+namespace quillet {
+
+/// The settings page: a control for every setting Settings knows, written the moment it is
+/// changed and brought up to date when the settings change elsewhere (the file edited by hand,
+/// another window). Keyboard first: every control is in the tab order and has a name screen
+/// readers announce.
+class SettingsPage final : public QWidget {
+public:
+    /// chooseFolder asks the user for a folder to share (empty when they cancelled); a dialog
+    /// by default, something else in tests.
+    explicit SettingsPage(Settings& settings, std::function<std::string()> chooseFolder = {},
+                          QWidget* parent = nullptr);
+
+    /// Shows every setting as it is stored now.
+    void refresh();
+
+private:
+    void addSharedFolder();
+    void showSharedFolders();
+
+    Settings& settings_;
+    std::function<std::string()> chooseFolder_;
+    QComboBox* triggerMode_;
+    QComboBox* appearance_;
+    QLineEdit* shortcut_;
+    QLabel* shortcutProblem_;
+    std::vector<std::pair<std::string, QCheckBox*>> switches_;
+    std::vector<QCheckBox*> groups_;
+    std::vector<std::pair<std::string, QCheckBox*>> sets_;
+    QVBoxLayout* folders_;
+    QLabel* folderProblem_;
+    std::vector<std::string> shownFolders_;
+    std::vector<std::vector<std::string>> shownLines_;
+};
+
+} // namespace quillet
