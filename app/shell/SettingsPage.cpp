@@ -85,17 +85,25 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
     QGroupBox* expanding = section(QStringLiteral("Expanding"));
     auto* expandingLayout = new QVBoxLayout(expanding);
     auto* form = new QFormLayout;
-    triggerMode_ = new QComboBox(expanding);
-    for (const Settings::Choice& choice : Settings::triggerModes()) {
-        triggerMode_->addItem(qt(choice.label), qt(choice.raw));
-    }
-    triggerMode_->setAccessibleName(QStringLiteral("Expand abbreviations"));
-    connect(triggerMode_, &QComboBox::activated, this, [this](int index) {
-        const std::string raw = triggerMode_->itemData(index).toString().toStdString();
-        if (auto mode = triggerModeFromRaw(raw)) {
-            settings_.setTriggerMode(*mode);
+    // A list of choices whose stored value goes to chosen when the user picks one.
+    auto choices = [this](const std::vector<Settings::Choice>& offered, const QString& name,
+                          QWidget* box, std::function<void(const std::string&)> chosen) {
+        auto* combo = new QComboBox(box);
+        for (const Settings::Choice& choice : offered) {
+            combo->addItem(qt(choice.label), qt(choice.raw));
         }
-    });
+        combo->setAccessibleName(name);
+        connect(combo, &QComboBox::activated, this, [combo, chosen = std::move(chosen)](int i) {
+            chosen(combo->itemData(i).toString().toStdString());
+        });
+        return combo;
+    };
+    triggerMode_ = choices(Settings::triggerModes(), QStringLiteral("Expand abbreviations"),
+                           expanding, [this](const std::string& raw) {
+                               if (auto mode = triggerModeFromRaw(raw)) {
+                                   settings_.setTriggerMode(*mode);
+                               }
+                           });
     form->addRow(QStringLiteral("E&xpand abbreviations:"), triggerMode_);
     shortcut_ = new QLineEdit(expanding);
     shortcut_->setPlaceholderText(QStringLiteral("super+period, or empty for none"));
@@ -156,14 +164,8 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
     addSwitch(looksLayout, switchFor(Expander::suggestionsKey), looks);
     addSwitch(looksLayout, switchFor(Coordinator::showSavedKey), looks);
     auto* looksForm = new QFormLayout;
-    appearance_ = new QComboBox(looks);
-    for (const Settings::Choice& choice : Settings::appearances()) {
-        appearance_->addItem(qt(choice.label), qt(choice.raw));
-    }
-    appearance_->setAccessibleName(QStringLiteral("Appearance"));
-    connect(appearance_, &QComboBox::activated, this, [this](int index) {
-        settings_.setAppearance(appearance_->itemData(index).toString().toStdString());
-    });
+    appearance_ = choices(Settings::appearances(), QStringLiteral("Appearance"), looks,
+                          [this](const std::string& raw) { settings_.setAppearance(raw); });
     looksForm->addRow(QStringLiteral("&Appearance:"), appearance_);
     looksLayout->addLayout(looksForm);
 
