@@ -143,10 +143,15 @@ int runShell(int argc, char** argv) {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
     Settings settings(preferences, coordinator.store());
-    mainWindow = std::make_unique<MainWindow>(settings);
+    // Built when first asked for: most sessions never open it, and its widgets cost memory.
+    auto openSettings = [&mainWindow, &settings] {
+        if (!mainWindow) {
+            mainWindow = std::make_unique<MainWindow>(settings);
+        }
+        mainWindow->open();
+    };
     tray = std::make_unique<Tray>(
-        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker,
-        [&mainWindow] { mainWindow->open(); });
+        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker, openSettings);
     notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
     coordinator.start();
     const int status = QApplication::exec();
