@@ -1,4 +1,4 @@
-// Saves a picture of one of the floating panels: PanelScreenshot form|popup|picker OUT.png
+// Saves a picture of a panel or window: PanelScreenshot form|popup|picker|settings OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
 #include "library/JsonPreferences.h"
@@ -65,39 +65,41 @@ int main(int argc, char** argv) {
         picker->field()->setText(QStringLiteral("re"));
         shown = picker;
     }
-    // The settings window over a library and settings of a temporary home, with a team folder.
+    // The settings window, over the library and settings of a temporary home with a team folder;
+    // all of it lives until the picture is taken.
     QTemporaryDir home;
-    const std::filesystem::path root = home.path().toStdString();
-    std::filesystem::create_directories(root / "team");
-    std::ofstream(root / "team" / "team.csv") << ";team,Team text\n;keys,{key:enter}\n";
-    std::ofstream(root / "settings.json")
-        << R"({"typo.common": true, "typo.symbols": true, "suggestions": true, "sharedFolders": [")"
-        << (root / "team").string() << R"("]})";
-    quillet::JsonFilePreferences preferences(root / "settings.json");
+    std::unique_ptr<quillet::JsonFilePreferences> preferences;
     quillet::QtScheduler scheduler;
     quillet::FakeFileWatcher watcher;
     std::unique_ptr<quillet::SnippetStore> store;
     std::unique_ptr<quillet::Settings> settings;
     std::unique_ptr<quillet::MainWindow> window;
     if (what == QStringLiteral("settings")) {
-        store = std::make_unique<quillet::SnippetStore>(preferences, watcher, scheduler,
+        const std::filesystem::path root = home.path().toStdString();
+        std::filesystem::create_directories(root / "team");
+        std::ofstream(root / "team" / "team.csv") << ";team,Team text\n;keys,{key:enter}\n";
+        std::ofstream(root / "settings.json")
+            << R"({"typo.common": true, "typo.symbols": true, "suggestions": true, )"
+            << R"("sharedFolders": [")" << (root / "team").string() << R"("]})";
+        preferences = std::make_unique<quillet::JsonFilePreferences>(root / "settings.json");
+        store = std::make_unique<quillet::SnippetStore>(*preferences, watcher, scheduler,
                                                         quillet::Folders::forHome(root, "", ""),
                                                         &quillet::SharedFolder::load);
-        settings = std::make_unique<quillet::Settings>(preferences, *store);
+        settings = std::make_unique<quillet::Settings>(*preferences, *store);
         window = std::make_unique<quillet::MainWindow>(*settings);
         window->open();
         window->resize(600, window->settingsPage().sizeHint().height() + 8); // all, unscrolled
         shown = window.get();
-    } else if (shown == nullptr && what != QStringLiteral("form")) {
-        std::fprintf(stderr, "no panel called %s\n", argv[1]);
-        return 2;
-    } else if (shown == nullptr) {
+    } else if (what == QStringLiteral("form")) {
         const std::vector<quillet::Tokens::Field> fields{
             {"Client", {}},
             {"Meeting slot", {"#Morning", "9:00", "10:30", "#Afternoon", "14:00", "16:30"}},
             {"Signed", {"Ann Baker"}},
         };
         shown = quillet::FormPanel::ask(fields, [](auto) {});
+    } else if (shown == nullptr) {
+        std::fprintf(stderr, "no panel called %s\n", argv[1]);
+        return 2;
     }
     int status = 1;
     QTimer::singleShot(100, [&] {

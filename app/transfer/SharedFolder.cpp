@@ -39,14 +39,6 @@ Uuid stableId(std::string_view key) {
     return id;
 }
 
-bool startsLikeJson(std::string_view bytes) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) {
-        bytes.remove_prefix(3);
-    }
-    const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-    return first != std::string_view::npos && (bytes[first] == '{' || bytes[first] == '[');
-}
-
 // The snippets of one file; none when it cannot be read or is not a snippet file. A JSON file
 // that is neither an exchange file nor a list of snippets (a colleague's settings, say) is
 // skipped rather than read as CSV, which would turn its lines into nonsense snippets.
@@ -60,7 +52,7 @@ std::vector<Snippet> readSnippets(const fs::path& file) {
         return {};
     }
     // Asked only once the text is neither an exchange file nor a list of entries.
-    const bool json = startsLikeJson(content.bytes);
+    const bool json = Transfer::startsLikeJson(content.bytes);
     auto foreign = [json](std::string_view bytes) -> std::optional<Transfer::Foreign> {
         std::optional<Transfer::Foreign> read = Importers::foreignJson(bytes);
         return read || !json ? read : Transfer::Foreign{};

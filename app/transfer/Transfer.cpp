@@ -394,9 +394,7 @@ Transfer::Incoming Transfer::read(std::string_view bytes, const ForeignReader& f
     // Only text that starts like a JSON value is parsed as one: a CSV file is then never held
     // twice in memory.
     std::string_view body = bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes;
-    std::size_t bodyStart = body.find_first_not_of(" \t\r\n");
-    if (bodyStart != std::string_view::npos && (body[bodyStart] == '{' || body[bodyStart] == '[') &&
-        nestsAtMost(body, 4)) {
+    if (startsLikeJson(body) && nestsAtMost(body, 4)) {
         json document = parseJson(bytes);
         if (!document.is_discarded()) {
             if (std::optional<Pack> pack = Pack::fromJson(document)) {
@@ -427,6 +425,14 @@ Transfer::Incoming Transfer::read(std::string_view bytes, const ForeignReader& f
         return incoming;
     }
     return readCsvFile(body);
+}
+
+bool Transfer::startsLikeJson(std::string_view bytes) {
+    if (bytes.starts_with("\xEF\xBB\xBF")) {
+        bytes.remove_prefix(3);
+    }
+    const std::size_t first = bytes.find_first_not_of(" \t\r\n");
+    return first != std::string_view::npos && (bytes[first] == '{' || bytes[first] == '[');
 }
 
 std::string Transfer::withSemicolon(std::string_view abbreviation) {

@@ -107,6 +107,9 @@ public:
     /// entries, foreign JSON (when a reader is given) and CSV.
     static Incoming read(std::string_view bytes, const ForeignReader& foreign = {});
 
+    /// True when the text (after a byte-order mark and blanks) opens a JSON object or list.
+    static bool startsLikeJson(std::string_view bytes);
+
     /// The abbreviation with the ";" habit: leading punctuation replaced by one ";" (sig, !sig
     /// and ;;sig give ;sig; ;; gives ;). Applied to what other programs wrote, never to
     /// exchange files.

@@ -220,6 +220,9 @@ void unquieten(Display* display) {
 // With QUILLET_TRACE=1, the moment a paste was fetched goes to standard error (steady clock,
 // nanoseconds), for the end-to-end benchmark's breakdown of an expansion.
 void traceFetched() {
+    if (!tracing()) {
+        return; // every paste comes here: no line is built for nobody
+    }
     trace("paste fetched " + std::to_string(std::chrono::duration_cast<std::chrono::nanoseconds>(
                                                 Clock::now().time_since_epoch())
                                                 .count()));
