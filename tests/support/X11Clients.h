@@ -5,6 +5,7 @@
 // Include after gtest: Xlib defines None and Bool as macros, and gtest uses both names.
 #include "library/RunLoop.h"
 #include "platform/x11/X11Clipboard.h"
+#include "platform/x11/X11Connection.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -34,6 +35,16 @@ namespace quillet::testing {
 
 // Clients here read their connections on threads of their own: Xlib must lock.
 inline const bool xlibThreads = XInitThreads() != 0;
+
+/// Opens an X11Connection or X11Clipboard on $DISPLAY, as Quillet does; throws when it cannot.
+template <class T = X11Connection> std::unique_ptr<T> openOwn(RunLoop& loop) {
+    std::string error;
+    auto opened = T::open("", loop, error);
+    if (!opened) {
+        throw std::runtime_error(error);
+    }
+    return opened;
+}
 
 /// The keycodes the keymap leaves without any keysym: where a test binds characters of its own.
 inline std::set<unsigned> emptyKeycodes(Display* display) {

@@ -30,9 +30,7 @@ public:
         std::vector<unsigned long> items; // format 32
     };
 
-    explicit Outside(RunLoop& loop) {
-        std::string error;
-        connection_ = X11Connection::open("", loop, error);
+    explicit Outside(RunLoop& loop) : connection_(testing::openOwn(loop)) {
         d_ = connection_->display();
         window_ = XCreateSimpleWindow(d_, XDefaultRootWindow(d_), 0, 0, 1, 1, 0, 0, 0);
         XSelectInput(d_, window_, PropertyChangeMask);
@@ -131,9 +129,7 @@ class X11ClipboardTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(testing::xlibThreads);
-        std::string error;
-        quillet = X11Clipboard::open("", loop, error);
-        ASSERT_TRUE(quillet) << error;
+        quillet = testing::openOwn<X11Clipboard>(loop);
         ASSERT_TRUE(other.opened());
     }
 

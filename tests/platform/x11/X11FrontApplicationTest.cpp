@@ -15,9 +15,7 @@ protected:
     void SetUp() override {
         ASSERT_NE(clients.display(), nullptr) << "no X display";
         ASSERT_TRUE(clients.waitForWindowManager());
-        std::string error;
-        connection = X11Connection::open("", loop, error);
-        ASSERT_TRUE(connection) << error;
+        connection = testing::openOwn(loop);
         front = std::make_unique<X11FrontApplication>(*connection);
         front->setOnChange([this] { reported.push_back(front->id()); });
     }
@@ -58,10 +56,7 @@ TEST_F(Front, FollowsTheActiveWindowAndCallsOnlyWhenTheApplicationChanges) {
     }
 
     // A new observer knows at once, without waiting for an event.
-    std::string error;
-    auto other = X11Connection::open("", loop, error);
-    ASSERT_TRUE(other) << error;
-    EXPECT_EQ(X11FrontApplication(*other).id(), "Beta");
+    EXPECT_EQ(X11FrontApplication(*testing::openOwn(loop)).id(), "Beta");
 }
 
 TEST_F(Front, AFocusedWindowWithoutClassIsNamedByItsNearestAncestorWithOne) {

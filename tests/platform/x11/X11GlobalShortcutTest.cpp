@@ -14,10 +14,9 @@ using namespace std::chrono_literals;
 
 TEST(X11GlobalShortcut, TheBoundStrokeCallsWhateverLocksAreOnAndOnlyIt) {
     RunLoop loop;
-    std::string error;
-    auto connection = X11Connection::open("", loop, error);
-    ASSERT_TRUE(connection) << error;
+    auto connection = testing::openOwn(loop);
     X11GlobalShortcut shortcut(*connection);
+    std::string error;
     int pressed = 0;
     const auto press = [&] { ++pressed; };
     ASSERT_TRUE(shortcut.bind("super+period", press, error)) << error;
@@ -46,11 +45,9 @@ TEST(X11GlobalShortcut, TheBoundStrokeCallsWhateverLocksAreOnAndOnlyIt) {
 
 TEST(X11GlobalShortcut, AStrokeTakenOrUnknownIsRefusedInWords) {
     RunLoop loop;
-    std::string error;
-    auto connection = X11Connection::open("", loop, error);
-    auto other = X11Connection::open("", loop, error);
-    ASSERT_TRUE(connection && other) << error;
+    auto connection = testing::openOwn(loop), other = testing::openOwn(loop);
     X11GlobalShortcut shortcut(*connection), first(*other);
+    std::string error;
     const auto nothing = [] {};
     ASSERT_TRUE(first.bind("ctrl+alt+k", nothing, error)) << error;
     for (auto [stroke, refusal] :

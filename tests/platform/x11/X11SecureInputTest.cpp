@@ -28,9 +28,8 @@ struct Swallower : KeySource::Observer {
 class X11SecureInputTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        connection_ = testing::openOwn(loop_);
         std::string error;
-        connection_ = X11Connection::open("", loop_, error);
-        ASSERT_TRUE(connection_) << error;
         ASSERT_TRUE(keys_.start(observer_, error)) << error;
         watch_ = std::make_unique<X11SecureInput>(*connection_,
                                                   [this] { return keys_.grabsActivated(); });

@@ -18,9 +18,7 @@ protected:
         ASSERT_TRUE(testing::xlibThreads);
         ASSERT_TRUE(target.ready());
         spareBefore = testing::emptyKeycodes(user.display());
-        std::string error;
-        connection = X11Connection::open("", loop, error);
-        ASSERT_TRUE(connection) << error;
+        connection = testing::openOwn(loop);
         typer = std::make_unique<X11Typer>(*connection, own);
         start = OwnKeys::Clock::now();
     }
