@@ -34,7 +34,6 @@ struct Harness {
         keys.holding = [this] { return executor.holding; };
         std::string error;
         EXPECT_TRUE(engine->start(error)) << error;
-        fs::create_directories(location.imagesFolder());
         testing::writeText(location.imagesFolder() / "logo.png", "\x89PNG\r\n\x1A\nrest");
     }
 
@@ -350,10 +349,8 @@ TEST(ExpanderPopup, WithoutACaretOrWithTheSettingOffNothingIsGrabbedOrListed) {
 
 TEST(ExpanderInsert, AChosenSnippetIsInsertedWithNothingErasedWhateverItsScope) {
     Harness h;
-    const Snippet elsewhere = snippet(";w", "Hi {field:Name=Bob}{cursor}!", [](Snippet& s) {
-        s.scope = Snippet::Scope::only;
-        s.apps = {"Firefox"};
-    });
+    const Snippet elsewhere =
+        snippet(";w", "Hi {field:Name=Bob}{cursor}!", testing::scoped({"Firefox"}));
     const Snippet nameless = snippet("", "No abbreviation");
     const Snippet archived = snippet(";a", "A", [](Snippet& s) { s.archived = true; });
     h.engine->update({elsewhere, nameless, archived});
@@ -435,18 +432,12 @@ TEST(ExpanderSteps, EachIntentionWaitsForThePreviousOneAndExpansionsQueue) {
 
 TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
     Harness h;
-    auto scoped = [](std::string abbreviation, Snippet::Scope scope, std::vector<std::string> apps,
-                     std::vector<std::string> sites = {}) {
-        return snippet(std::move(abbreviation), "x", [&](Snippet& s) {
-            s.scope = scope;
-            s.apps = std::move(apps);
-            s.sites = std::move(sites);
-        });
-    };
-    h.engine->update({scoped(";only", Snippet::Scope::only, {"gedit"}),
-                      scoped(";except", Snippet::Scope::except, {"Gedit"}),
-                      scoped(";mail", Snippet::Scope::only, {}, {"https://Example.com/inbox"}),
-                      scoped(";nomail", Snippet::Scope::except, {"Xterm"}, {"example.com"})});
+    using testing::scoped;
+    const auto except = Snippet::Scope::except;
+    h.engine->update({snippet(";only", "x", scoped({"gedit"})),
+                      snippet(";except", "x", scoped({"Gedit"}, {}, except)),
+                      snippet(";mail", "x", scoped({}, {"https://Example.com/inbox"})),
+                      snippet(";nomail", "x", scoped({"Xterm"}, {"example.com"}, except))});
     auto active = [&] {
         const auto& keys = h.engine->matcher().abbreviations();
         return std::vector<std::string>(keys.begin(), keys.end());
@@ -465,10 +456,7 @@ TEST(ExpanderScope, TheActiveSetFollowsTheFrontApplicationAndSite) {
 }
 
 TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
-    const Snippet s = snippet(";s", "x", [](Snippet& x) {
-        x.scope = Snippet::Scope::only;
-        x.sites = {"example.com", "not a site"};
-    });
+    const Snippet s = snippet(";s", "x", testing::scoped({}, {"example.com", "not a site"}));
     auto at = [&](std::string host) {
         return Expander::admits(s, "chromium", Expander::Site{"Chromium", std::move(host)});
     };

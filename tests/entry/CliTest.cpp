@@ -57,11 +57,7 @@ protected:
     }
 
     Snippet& add(std::string abbreviation, std::string content) {
-        Snippet s = Snippet::make();
-        s.abbreviation = std::move(abbreviation);
-        s.content = std::move(content);
-        library.push_back(std::move(s));
-        return library.back();
+        return library.emplace_back(testing::snippet(std::move(abbreviation), std::move(content)));
     }
 
     void save() {
@@ -76,7 +72,6 @@ protected:
     }
 
     void setting(const std::string& json) {
-        std::filesystem::create_directories(home / ".config/quillet");
         testing::writeText(home / ".config/quillet/settings.json", json);
     }
 
@@ -98,7 +93,6 @@ TEST_F(CliTest, UnknownWordsGoToTheApplicationAndAMissingOrDamagedLibraryIsLeftA
             {{"add", ";x", "y"}, 1, "", noLibrary},
             {{"import", csv}, 1, "", noLibrary},
             {{"export"}, 1, "", noLibrary}});
-    std::filesystem::create_directories(libraryFile.parent_path());
     testing::writeText(libraryFile, "[{\"id\": broken");
     expect({{{"add", ";x", "y"}, 1, "", noLibrary}, {{"import", csv}, 1, "", noLibrary}});
     EXPECT_EQ(testing::contentsOf(libraryFile), "[{\"id\": broken");
@@ -222,9 +216,7 @@ TEST_F(CliTest, AdditionsSurviveTheApplicationsNextSave) {
     SnippetStore store(preferences, watcher, loop, Folders::forHome(home.path(), "", ""));
     ASSERT_EQ(run({"add", ";cli", "from the tool"}).status, 0);
 
-    Snippet mine = Snippet::make();
-    mine.abbreviation = ";app";
-    store.setSnippets({mine});
+    store.setSnippets({testing::snippet(";app", "")});
     EXPECT_EQ(testing::pairsOf(saved()), (testing::Pairs{{";app", ""}, {";cli", "from the tool"}}));
 }
 
@@ -271,9 +263,7 @@ TEST_F(CliTest, ImportReadsOtherExpandersFoundHereOrCopiedFromElsewhere) {
     const std::string none = "No other expanders found on this computer\n";
     const std::string matches = "matches:\n  - trigger: \";a\"\n    replace: A\n"
                                 "  - trigger: \";b\"\n    replace: \"B {{date}}\"\n";
-    const std::filesystem::path copied = home / "copy/match/base.yml";
-    std::filesystem::create_directories(copied.parent_path());
-    testing::writeText(copied, matches);
+    testing::writeText(home / "copy/match/base.yml", matches);
     testing::writeText(home / "te.json",
                        R"({"snippetsTE2": [{"abbreviation": "te", "snippetType": 0,
                                              "plainText": "%clipboard"}]})");

@@ -29,9 +29,7 @@ Items plainItems(const std::string& text) {
 // A library folder of its own, with the pictures the tests put there.
 class PayloadMake : public ::testing::Test {
 protected:
-    PayloadMake() : location_(preferences_, Folders::forHome(home_.path(), "", "")) {
-        std::filesystem::create_directories(location_.imagesFolder());
-    }
+    PayloadMake() : location_(preferences_, Folders::forHome(home_.path(), "", "")) {}
 
     void addImage(const std::string& name, const std::string& bytes) {
         testing::writeText(location_.imagesFolder() / name, bytes);

@@ -21,6 +21,17 @@ inline Snippet snippet(std::string abbreviation, std::string content = "text",
     return s;
 }
 
+/// A change for snippet(): fires only in (or everywhere but) these applications and sites.
+inline std::function<void(Snippet&)> scoped(std::vector<std::string> apps,
+                                            std::vector<std::string> sites = {},
+                                            Snippet::Scope scope = Snippet::Scope::only) {
+    return [=](Snippet& s) {
+        s.scope = scope;
+        s.apps = apps;
+        s.sites = sites;
+    };
+}
+
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 /// Snippets as abbreviation and content, for one comparison.

@@ -45,8 +45,10 @@ inline std::string contentsOf(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-/// Rewrites a file in place (same inode), as an editor might.
+/// Rewrites a file in place (same inode), as an editor might; makes its folders when missing.
 inline void writeText(const std::filesystem::path& path, std::string_view bytes) {
+    std::error_code ignored;
+    std::filesystem::create_directories(path.parent_path(), ignored);
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 

@@ -17,6 +17,7 @@ namespace {
 using nlohmann::json;
 using Lines = std::vector<std::string>;
 using testing::Pairs;
+using testing::writeText;
 namespace fs = std::filesystem;
 
 // What a reader made, flattened for one comparison: entries, what it skipped, its notes.
@@ -69,11 +70,6 @@ std::string lz4Frame(const std::string& content) {
     std::string out(LZ4F_compressFrameBound(content.size(), nullptr), '\0');
     out.resize(LZ4F_compressFrame(out.data(), out.size(), content.data(), content.size(), nullptr));
     return out;
-}
-
-void write(const fs::path& path, const std::string& bytes) {
-    fs::create_directories(path.parent_path());
-    testing::writeText(path, bytes);
 }
 
 TEST(ImportersTest, TextReplacementsComeFromTheDatabaseWithOneNote) {
@@ -138,9 +134,11 @@ TEST(ImportersTest, EspansoFilesReadMatches) {
 
 TEST(ImportersTest, EspansoFoldersAlfredFoldersAndDetection) {
     testing::TempFolder home;
-    write(home / ".config/espanso/match/base.yml", "matches:\n  - trigger: :a\n    replace: A\n");
-    write(home / ".config/espanso/match/more/b.yaml", "matches:\n- trigger: :b\n  replace: B\n");
-    write(home / ".config/espanso/match/notes.txt", "matches:\n- trigger: :c\n  replace: C\n");
+    writeText(home / ".config/espanso/match/base.yml",
+              "matches:\n  - trigger: :a\n    replace: A\n");
+    writeText(home / ".config/espanso/match/more/b.yaml",
+              "matches:\n- trigger: :b\n  replace: B\n");
+    writeText(home / ".config/espanso/match/notes.txt", "matches:\n- trigger: :c\n  replace: C\n");
     const Read espanso{{{":a", "A"}, {":b", "B"}}, {}, {}};
     EXPECT_EQ(flat(*Importers::readPath(home / ".config/espanso/match")), espanso);
 
@@ -148,22 +146,22 @@ TEST(ImportersTest, EspansoFoldersAlfredFoldersAndDetection) {
     auto sources = Importers::detect(home.path(), home / "elsewhere");
     ASSERT_EQ(sources.size(), 1u);
     EXPECT_EQ(sources[0].name, "Espanso");
-    write(home / "elsewhere/espanso/match/x.yml", "matches:\n- trigger: :x\n  replace: X\n");
+    writeText(home / "elsewhere/espanso/match/x.yml", "matches:\n- trigger: :x\n  replace: X\n");
     EXPECT_EQ(flat(sources[0].read()), espanso);
     EXPECT_EQ(flat(Importers::detect(home.path(), home / "elsewhere")[0].read()),
               (Read{{{":x", "X"}}, {}, {}}));
     EXPECT_TRUE(Importers::detect(home / "nobody", home / "nobody").empty());
 
     const fs::path prefs = home / "Alfred.alfredpreferences";
-    write(prefs / "snippets/Work/info.plist",
-          plistBytes({{"snippetkeywordprefix", ";"}, {"snippetkeywordsuffix", "!"}}, false));
-    write(prefs / "snippets/Work/a.json",
-          R"({"alfredsnippet": {"keyword": "sig", "name": "Sig", "snippet": "Best"}})");
-    write(prefs / "snippets/Work/b.json",
-          R"({"alfredsnippet": {"keyword": "", "name": "Draft", "snippet": "x"}})");
-    write(prefs / "snippets/Plain/c.json",
-          R"({"alfredsnippet": {"keyword": "c", "snippet": "C"}})");
-    write(prefs / "snippets/Plain/broken.json", "{");
+    writeText(prefs / "snippets/Work/info.plist",
+              plistBytes({{"snippetkeywordprefix", ";"}, {"snippetkeywordsuffix", "!"}}, false));
+    writeText(prefs / "snippets/Work/a.json",
+              R"({"alfredsnippet": {"keyword": "sig", "name": "Sig", "snippet": "Best"}})");
+    writeText(prefs / "snippets/Work/b.json",
+              R"({"alfredsnippet": {"keyword": "", "name": "Draft", "snippet": "x"}})");
+    writeText(prefs / "snippets/Plain/c.json",
+              R"({"alfredsnippet": {"keyword": "c", "snippet": "C"}})");
+    writeText(prefs / "snippets/Plain/broken.json", "{");
     const Read alfred{{{"c", "C"}, {";sig!", "Best"}}, {"Draft: no keyword in Alfred."}, {}};
     EXPECT_EQ(flat(*Importers::readPath(prefs)), alfred);
     EXPECT_EQ(flat(*Importers::readPath(prefs / "snippets")), alfred);
@@ -187,7 +185,7 @@ TEST(ImportersTest, ATextNodesBecomeOneSnippetPerAbbreviation) {
     const std::string frame = lz4Frame(tree.dump());
     EXPECT_EQ(flat(Importers::aText(frame)), expected);
     testing::TempFolder folder;
-    write(folder / "Data.atext", frame);
+    writeText(folder / "Data.atext", frame);
     EXPECT_EQ(flat(*Importers::readPath(folder / "Data.atext")), expected);
     EXPECT_EQ(flat(Importers::aText(frame.substr(0, frame.size() - 6))), Read{});
     EXPECT_EQ(flat(Importers::aText(lz4Frame("{not json"))), Read{});
@@ -239,7 +237,7 @@ TEST(ImportersTest, KeyboardMaestroTakesTypedStringMacrosThatOnlyInsertText) {
     for (bool binary : {true, false}) {
         const std::string bytes = plistBytes(macros, binary);
         EXPECT_EQ(flat(Importers::keyboardMaestro(bytes)), expected) << binary;
-        write(folder / "Keyboard Maestro Macros.plist", bytes);
+        writeText(folder / "Keyboard Maestro Macros.plist", bytes);
         EXPECT_EQ(flat(*Importers::readPath(folder / "Keyboard Maestro Macros.plist")), expected);
     }
     const json one = json::parse(R"({"MacroGroups": [{"Macros": [{"Name": "x"}]}]})");

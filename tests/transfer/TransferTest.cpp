@@ -9,6 +9,7 @@ namespace {
 
 using testing::Pairs;
 using testing::pairsOf;
+using testing::scoped;
 using testing::snippet;
 
 TEST(TransferTest, ReadFindsTheFormatAndItsSnippets) {
@@ -123,19 +124,8 @@ TEST(TransferTest, ForeignReadersGetTheSemicolonHabitAndKeepTheirLines) {
 TEST(TransferTest, MergeSkipsWhatTheLibraryAlreadyHasWhereItFires) {
     std::vector<Snippet> library = {
         snippet(";a"),
-        snippet(";b", "text",
-                [](Snippet& s) {
-                    s.scope = Snippet::Scope::only;
-                    s.apps = {"mail", "chat"};
-                }),
+        snippet(";b", "text", testing::scoped({"mail", "chat"})),
         snippet("caf\u00e9"),
-    };
-    auto scoped = [](std::vector<std::string> apps, std::vector<std::string> sites = {}) {
-        return [=](Snippet& s) {
-            s.scope = Snippet::Scope::only;
-            s.apps = apps;
-            s.sites = sites;
-        };
     };
     Transfer::Incoming in{{
                               snippet(";a", "other text"), // same abbreviation and scope

@@ -35,20 +35,13 @@ std::vector<Snippet> library() {
         snippet(";cur", "<{cursor}>"),
         snippet(";md", "**bold** and *it*", [](Snippet& s) { s.markdown = true; }),
         snippet(";img", "picture", [](Snippet& s) { s.image = "dot.png"; }),
-        snippet(";scoped", "in scope",
-                [](Snippet& s) {
-                    s.scope = Snippet::Scope::only;
-                    s.apps = {"ScopedApp"};
-                }),
+        snippet(";scoped", "in scope", testing::scoped({"ScopedApp"})),
     };
 }
 
 // Quillet, the editor it types into, and the user's keyboards, for the whole suite.
 struct Session {
-    Session() {
-        std::filesystem::create_directories(quillet.home() / "data/quillet/images");
-        testing::writeText(quillet.home() / "data/quillet/images/dot.png", png);
-    }
+    Session() { testing::writeText(quillet.home() / "data/quillet/images/dot.png", png); }
     Typist keyboard, automation{Typist::Source::xtest};
     QuilletProcess quillet{library()};
     TextWindow editor;
@@ -163,9 +156,7 @@ TEST_P(EndToEnd, TheUsersClipboardIsAsItWasAfterwards) {
     testing::OtherApp owner(loop);
     ASSERT_TRUE(owner.opened());
     owner.call([&](X11Clipboard& c) { return (c.write(copied), true); }).wait();
-    std::string error;
-    auto reader = X11Clipboard::open("", loop, error);
-    ASSERT_TRUE(reader) << error;
+    auto reader = testing::openOwn<X11Clipboard>(loop);
     std::optional<X11Clipboard::Snapshot> before;
     loop.runUntil(
         [&] {
