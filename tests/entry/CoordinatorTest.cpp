@@ -12,17 +12,26 @@ namespace quillet {
 namespace {
 
 using State = EngineStatus::State;
+using Shown = std::pair<std::string, std::string>;
 
 using Harness = testing::CoordinatorHarness<RunLoop>;
 using testing::Pairs;
 using testing::pairsOf;
 
+// Types the abbreviation on the fake keyboard; true once the engine expanded it.
+bool expands(Harness& h, std::string_view abbreviation) {
+    h.fake->executor_.steps.clear();
+    h.fake->keys_.type(abbreviation);
+    Expander& engine = *h.coordinator->engine();
+    return h.loop.runUntil([&] { return engine.idle() && !h.fake->executor_.steps.empty(); },
+                           std::chrono::seconds(10));
+}
+
 TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     Harness h;
     h.coordinator->refresh();
     EXPECT_EQ(h.coordinator->status().state, State::noDisplay);
-    EXPECT_EQ(h.shown(), (std::pair<std::string, std::string>{
-                             "Needs typing access", "There is no X display to listen to."}));
+    EXPECT_EQ(h.shown(), Shown("Needs typing access", "There is no X display to listen to."));
     h.coordinator->refresh();
     EXPECT_EQ(h.log.size(), 1u) << "the same reason is logged once";
 
@@ -30,19 +39,16 @@ TEST(Coordinator, EachRefreshTakesUpWhatWasMissingAndSaysWhatStopsExpansion) {
     h.present = true;
     h.refusal = "RECORD is missing";
     h.coordinator->refresh();
-    EXPECT_EQ(h.shown(), (std::pair<std::string, std::string>{
-                             "Couldn't start", "The X server refused the keyboard listener."}));
+    EXPECT_EQ(h.shown(), Shown("Couldn't start", "The X server refused the keyboard listener."));
     h.fake->keys_.refusal.reset();
     h.coordinator->refresh();
-    EXPECT_EQ(h.shown(),
-              (std::pair<std::string, std::string>{"Ready", "Saved 0s over 0 expansions."}));
+    EXPECT_EQ(h.shown(), Shown("Ready", "Saved 0s over 0 expansions."));
     EXPECT_TRUE(h.fake->keys_.started());
 
     // Another program holding the keyboard, named or not; the tray hears at once.
     const int before = h.changes;
     h.fake->secure_.set(true, "Pinentry");
-    EXPECT_EQ(h.shown(), (std::pair<std::string, std::string>{
-                             "Expansion is paused", "Pinentry is holding the keyboard."}));
+    EXPECT_EQ(h.shown(), Shown("Expansion is paused", "Pinentry is holding the keyboard."));
     EXPECT_GT(h.changes, before);
     h.fake->secure_.set(true);
     EXPECT_EQ(h.shown().second, "An app is holding the keyboard.");
@@ -131,12 +137,7 @@ TEST(Coordinator, AcceptingASuggestionAddsAndSavesTheSnippetWhichThenExpands) {
     EXPECT_EQ(pairsOf(h.coordinator->store().snippets()), after);
     EXPECT_EQ(pairsOf(readLibrary(h.coordinator->store().location().libraryFile()).snippets),
               after);
-    h.fake->executor_.steps.clear();
-    h.fake->keys_.type(";syvst");
-    Expander& engine = *h.coordinator->engine();
-    EXPECT_TRUE(h.loop.runUntil([&] { return engine.idle() && !h.fake->executor_.steps.empty(); },
-                                std::chrono::seconds(10)))
-        << "the engine has the new snippet";
+    EXPECT_TRUE(expands(h, ";syvst")) << "the engine has the new snippet";
     EXPECT_EQ(h.coordinator->acceptSuggestion(), std::nullopt) << "nothing waits any more";
 }
 
@@ -161,11 +162,7 @@ TEST(Coordinator, SharedFoldersInTheSettingsAreReadFollowedAndExpandUnlessOneOfY
     EXPECT_NE(std::find(h.watcher.paths().begin(), h.watcher.paths().end(), team),
               h.watcher.paths().end());
 
-    Expander& engine = *h.coordinator->engine();
-    h.fake->keys_.type(";team");
-    EXPECT_TRUE(h.loop.runUntil([&] { return engine.idle() && !h.fake->executor_.steps.empty(); },
-                                std::chrono::seconds(10)))
-        << "the engine has the shared snippet";
+    EXPECT_TRUE(expands(h, ";team")) << "the engine has the shared snippet";
 
     // A colleague's edit arrives with the next batch; a deleted folder empties its pack.
     testing::writeText(team / "team.csv", ";team,Team text\n;new,New\n");

@@ -75,12 +75,9 @@ template <typename Loop> struct CoordinatorHarness {
     /// Adds a snippet to the user's library.
     void addSnippet(std::string abbreviation, std::string content,
                     std::optional<TriggerMode> trigger = std::nullopt) {
-        Snippet snippet = Snippet::make();
-        snippet.abbreviation = std::move(abbreviation);
-        snippet.content = std::move(content);
-        snippet.trigger = trigger;
         std::vector<Snippet> list = coordinator->store().snippets();
-        list.push_back(std::move(snippet));
+        list.push_back(snippet(std::move(abbreviation), std::move(content),
+                               [&](Snippet& s) { s.trigger = trigger; }));
         coordinator->store().setSnippets(std::move(list));
     }
 
