@@ -102,13 +102,10 @@ TEST(TokensFields, OneFieldPerNameReadBackFromItsToken) {
               std::vector<Tokens::Field>{field});
 }
 
+// Which key each name stands for shows where the keys are typed (the typer's test).
 TEST(TokensKeys, ModifiersThenOneKey) {
-    EXPECT_EQ(Tokens::keyStroke("cmd+shift+k"),
-              (Tokens::KeyStroke{40, Tokens::commandMask | Tokens::shiftMask}));
-    EXPECT_EQ(Tokens::keyStroke("ctrl+a"), (Tokens::KeyStroke{0, Tokens::controlMask}));
-    EXPECT_EQ(Tokens::keyStroke("shift+shift++return"), (Tokens::KeyStroke{36, Tokens::shiftMask}));
+    EXPECT_EQ(Tokens::keyStroke("shift+shift++return"), Tokens::keyStroke("shift+return"));
     EXPECT_EQ(Tokens::keyStroke("opt+left"), Tokens::keyStroke("alt+left"));
-    EXPECT_EQ(Tokens::keyStroke("super+9"), (Tokens::KeyStroke{25, Tokens::superMask}));
     for (const char* bad : {"cmd+", "enter", "", "+", "cmd+foo+a", "a+b", "f1", "A", "cmd+shift"}) {
         EXPECT_FALSE(Tokens::keyStroke(bad)) << bad;
     }
