@@ -142,24 +142,23 @@ protected:
         loop.runUntil([&] { return reached; }, patience);
     }
 
-    /// Waits for the other application's answer while this thread keeps serving.
-    template <class T> T await(std::future<T> future) {
+    /// What f(clipboard) gives in the other application, waited for while this thread keeps
+    /// serving.
+    template <class F> auto asOther(F f) {
+        auto future = other.call(std::move(f));
         if (!waitFor([&] { return future.wait_for(0s) == std::future_status::ready; })) {
             ADD_FAILURE() << "the other application did not answer";
-            return T{};
+            return decltype(future.get()){};
         }
         return future.get();
     }
 
     void otherWrites(std::vector<ClipboardItem> items) {
-        await(other.call([items](X11Clipboard& c) {
-            c.write(items);
-            return true;
-        }));
+        asOther([items](X11Clipboard& c) { return (c.write(items), true); });
     }
 
     std::optional<std::string> otherReads(const char* type) {
-        return await(other.call([type](X11Clipboard& c) { return c.data(type); }));
+        return asOther([type](X11Clipboard& c) { return c.data(type); });
     }
 
     /// Waits for the answer to an outside request; None when refused.
@@ -198,9 +197,8 @@ TEST_F(X11ClipboardTest, PlainTextIsServedUnderEveryTextTargetAndRefusedWhereItD
         EXPECT_EQ(otherReads(type), text) << type;
     }
     EXPECT_EQ(otherReads("STRING"), latin1);
-    EXPECT_EQ(await(other.call([](X11Clipboard& c) { return c.text(); })), text);
-    const std::vector<std::string> types =
-        await(other.call([](X11Clipboard& c) { return c.types(); }));
+    EXPECT_EQ(asOther([](X11Clipboard& c) { return c.text(); }), text);
+    const std::vector<std::string> types = asOther([](X11Clipboard& c) { return c.types(); });
     EXPECT_THAT(types, UnorderedElementsAre("text/plain;charset=utf-8", "text/html", "UTF8_STRING",
                                             "text/plain", "TEXT", "STRING"));
 
@@ -238,8 +236,7 @@ TEST_F(X11ClipboardTest, PlainTextIsServedUnderEveryTextTargetAndRefusedWhereItD
     quillet->write({{"text/plain;charset=utf-8", wide}});
     EXPECT_EQ(otherReads("STRING"), std::nullopt);
     EXPECT_EQ(otherReads("UTF8_STRING"), wide);
-    EXPECT_THAT(await(other.call([](X11Clipboard& c) { return c.types(); })),
-                Not(Contains("STRING")));
+    EXPECT_THAT(asOther([](X11Clipboard& c) { return c.types(); }), Not(Contains("STRING")));
     EXPECT_EQ(answerOf("STRING", property), None);
 
     // An owner that offers Latin-1 only is read as UTF-8 text.
@@ -274,17 +271,16 @@ TEST_F(X11ClipboardTest, SnapshotAndRestoreKeepEveryFormatByteForByte) {
 
     // Quillet pastes something else, then puts the user's clipboard back as it was.
     quillet->write(Payload{"pasted", std::nullopt, std::nullopt}.items());
-    EXPECT_EQ(await(other.call([](X11Clipboard& c) { return c.text(); })), "pasted");
+    EXPECT_EQ(asOther([](X11Clipboard& c) { return c.text(); }), "pasted");
     quillet->restore(*saved);
-    const auto seen = await(other.call([](X11Clipboard& c) { return c.snapshot(); }));
+    const auto seen = asOther([](X11Clipboard& c) { return c.snapshot(); });
     EXPECT_TRUE(seen && seen->items == saved->items);
 
     // An empty snapshot gives the clipboard up, and a snapshot of nobody is empty.
     quillet->restore({});
     EXPECT_EQ(outside.owner(), None);
     EXPECT_EQ(quillet->snapshot(), X11Clipboard::Snapshot{});
-    EXPECT_EQ(await(other.call([](X11Clipboard& c) { return c.types(); })),
-              std::vector<std::string>{});
+    EXPECT_EQ(asOther([](X11Clipboard& c) { return c.types(); }), std::vector<std::string>{});
 
     // Giving up what is no longer Quillet's would throw away what the user copied since.
     otherWrites({{"text/plain;charset=utf-8", "newer"}});
