@@ -1,10 +1,12 @@
-// Saves a picture of a panel or window: PanelScreenshot form|popup|picker|settings OUT.png
+// Saves a picture of a panel or window: PanelScreenshot form|popup|picker|settings|snippets OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
 #include "library/JsonPreferences.h"
 #include "platform/fake/FakeCaret.h"
 #include "platform/fake/FakeFileWatcher.h"
 #include "platform/fake/FakeMatchPopup.h"
+#include "platform/fake/FakeOwnerAuth.h"
+#include "platform/fake/FakeSecretStore.h"
 #include "shell/Appearance.h"
 #include "shell/FormPanel.h"
 #include "shell/MainWindow.h"
@@ -22,7 +24,8 @@
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s form|popup|picker|settings OUT.png [--dark]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s form|popup|picker|settings|snippets OUT.png [--dark]\n",
+                     argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -65,16 +68,20 @@ int main(int argc, char** argv) {
         picker->field()->setText(QStringLiteral("re"));
         shown = picker;
     }
-    // The settings window, over the library and settings of a temporary home with a team folder;
+    // The main window, over the library and settings of a temporary home with a team folder;
     // all of it lives until the picture is taken.
     QTemporaryDir home;
     std::unique_ptr<quillet::JsonFilePreferences> preferences;
     quillet::QtScheduler scheduler;
     quillet::FakeFileWatcher watcher;
+    quillet::FakeSecretStore secrets;
+    quillet::FakeOwnerAuth auth;
+    quillet::LockedSnippets locked(secrets, auth);
     std::unique_ptr<quillet::SnippetStore> store;
     std::unique_ptr<quillet::Settings> settings;
+    std::unique_ptr<quillet::LibraryEditor> library;
     std::unique_ptr<quillet::MainWindow> window;
-    if (what == QStringLiteral("settings")) {
+    if (what == QStringLiteral("settings") || what == QStringLiteral("snippets")) {
         const std::filesystem::path root = home.path().toStdString();
         std::filesystem::create_directories(root / "team");
         std::ofstream(root / "team" / "team.csv") << ";team,Team text\n;keys,{key:enter}\n";
@@ -85,10 +92,44 @@ int main(int argc, char** argv) {
         store = std::make_unique<quillet::SnippetStore>(*preferences, watcher, scheduler,
                                                         quillet::Folders::forHome(root, "", ""),
                                                         &quillet::SharedFolder::load);
+        std::vector<quillet::Snippet> list;
+        auto add = [&list](const char* abbreviation, const char* content,
+                           const std::function<void(quillet::Snippet&)>& change = {}) {
+            quillet::Snippet s = quillet::Snippet::make();
+            s.abbreviation = abbreviation;
+            s.content = content;
+            if (change) {
+                change(s);
+            }
+            list.push_back(std::move(s));
+        };
+        add(";addr", "1 Main Street, Springfield");
+        add(";sig", "Best regards,\nAnn Baker");
+        add(";mtg",
+            "Meeting notes for {date}\n\nWith {field:Client}, about {choice:Topic="
+            "Budget|Hiring|Roadmap}.\n{cursor}",
+            [](quillet::Snippet& s) {
+                s.scope = quillet::Snippet::Scope::only;
+                s.apps = {"thunderbird", "gedit"};
+                s.trigger = quillet::TriggerMode::delimiter;
+            });
+        add(";pin", "", [](quillet::Snippet& s) { s.locked = true; });
+        add(";week", "return 'Week ' + 48;",
+            [](quillet::Snippet& s) { s.kind = quillet::Snippet::Kind::javascript; });
+        add(";old", "Our old address", [](quillet::Snippet& s) { s.archived = true; });
+        store->setSnippets(std::move(list));
         settings = std::make_unique<quillet::Settings>(*preferences, *store);
-        window = std::make_unique<quillet::MainWindow>(*settings);
-        window->open();
-        window->resize(600, window->settingsPage().sizeHint().height() + 8); // all, unscrolled
+        library = std::make_unique<quillet::LibraryEditor>(
+            quillet::LibraryEditor::Parts{*store, *preferences, locked});
+        window = std::make_unique<quillet::MainWindow>(*library, *settings);
+        if (what == QStringLiteral("settings")) {
+            window->open(quillet::MainWindow::Page::settings);
+            window->resize(760, window->settingsPage().sizeHint().height() + 8); // unscrolled
+        } else {
+            window->open(quillet::MainWindow::Page::snippets);
+            window->resize(1000, 700);
+            window->snippetsPage().select(store->snippets()[2].id);
+        }
         shown = window.get();
     } else if (what == QStringLiteral("form")) {
         const std::vector<quillet::Tokens::Field> fields{

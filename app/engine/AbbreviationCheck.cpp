@@ -193,4 +193,17 @@ std::optional<std::string> freeAbbreviation(std::string_view proposed,
     return std::nullopt;
 }
 
+std::vector<TakenAbbreviation> takenAbbreviations(const std::vector<Snippet>& library,
+                                                  TriggerMode global) {
+    std::vector<TakenAbbreviation> taken;
+    taken.reserve(library.size());
+    for (const Snippet& snippet : library) {
+        if (!snippet.regex) {
+            taken.push_back(
+                {snippet.abbreviation, snippet.trigger.value_or(global) == TriggerMode::instant});
+        }
+    }
+    return taken;
+}
+
 } // namespace quillet

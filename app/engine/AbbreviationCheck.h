@@ -1,5 +1,7 @@
 #pragma once
 
+#include "library/Snippet.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -71,6 +73,11 @@ struct TakenAbbreviation {
     std::string abbreviation;
     bool instant = false; ///< fires on its last character, not on a following delimiter or Tab
 };
+
+/// The library's plain abbreviations, each firing instantly when its own trigger or, without
+/// one, global says so.
+std::vector<TakenAbbreviation> takenAbbreviations(const std::vector<Snippet>& library,
+                                                  TriggerMode global);
 
 /// The first of proposed, then proposed followed by 2 to 9, that can join the library: none of
 /// taken is the same, none of those firing instantly completes on the way through it, and it

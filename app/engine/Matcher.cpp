@@ -389,6 +389,17 @@ std::optional<Matcher::Match> Matcher::fire(Mode trigger, std::string_view trail
     return std::nullopt;
 }
 
+std::optional<std::string> Matcher::patternProblem(std::string_view pattern) {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError parseError{};
+    std::unique_ptr<icu::RegexPattern> regex(icu::RegexPattern::compile(
+        text::toIcu("(?:" + std::string(pattern) + ")$"), 0, parseError, status));
+    if (U_SUCCESS(status) && regex) { // compiled as the matcher compiles it
+        return std::nullopt;
+    }
+    return "This pattern never fires: it isn't a valid regular expression.";
+}
+
 std::optional<std::string> Matcher::substitute(std::string_view pattern, std::string_view matched,
                                                std::string_view replacement) {
     UErrorCode status = U_ZERO_ERROR;

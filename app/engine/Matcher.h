@@ -108,6 +108,9 @@ public:
     /// True when correct(...) would answer a match now; the buffer is left as it is.
     bool wouldCorrect() const;
 
+    /// Why a pattern abbreviation never fires because it does not compile; nothing when it does.
+    static std::optional<std::string> patternProblem(std::string_view pattern);
+
     /// replacement with the groups of pattern as it matches the end of matched ("$1", "${n}"):
     /// for a template that was not at hand when the match was made (a locked snippet's).
     /// Nothing when pattern does not compile or match.

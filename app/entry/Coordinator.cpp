@@ -23,20 +23,6 @@ EngineStatus make(EngineStatus::State state, std::string headline, std::string d
     return EngineStatus{state, std::move(headline), std::move(detail)};
 }
 
-// The library's plain abbreviations, each with whether it fires on its last character.
-std::vector<TakenAbbreviation> takenAbbreviations(const std::vector<Snippet>& library,
-                                                  TriggerMode global) {
-    std::vector<TakenAbbreviation> taken;
-    taken.reserve(library.size());
-    for (const Snippet& snippet : library) {
-        if (!snippet.regex) {
-            taken.push_back(
-                {snippet.abbreviation, snippet.trigger.value_or(global) == TriggerMode::instant});
-        }
-    }
-    return taken;
-}
-
 } // namespace
 
 Coordinator::Coordinator(Parts parts, Hooks hooks)
@@ -56,6 +42,9 @@ Coordinator::Coordinator(Parts parts, Hooks hooks)
             engine_->update(snippets);
         }
         returnFreeMemory(); // a large library leaves much behind while it is read and indexed
+        if (hooks_.libraryChanged) {
+            hooks_.libraryChanged();
+        }
     });
     store_.setOnSettingsChange([this] {
         if (std::string problem = settingsProblem(parts_.preferences); !problem.empty()) {

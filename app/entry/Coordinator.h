@@ -104,6 +104,8 @@ public:
         std::function<void()> openPicker;
         /// The panel that lists matching snippets at the caret; must outlive the coordinator.
         MatchPopup* popup = nullptr;
+        /// The library changed: edited here, in the file, or in a shared folder.
+        std::function<void()> libraryChanged = {};
     };
 
     /// Loads the library and reads the settings; nothing listens until start().
@@ -147,6 +149,8 @@ public:
 
     /// The library.
     SnippetStore& store() { return store_; }
+    /// The texts of locked snippets.
+    LockedSnippets& locked() { return locked_; }
     /// The keyboard engine; null until a desktop was found.
     Expander* engine() { return engine_.get(); }
     /// The desktop session; null until one was found.

@@ -33,10 +33,23 @@ std::vector<std::string> words(std::string_view query) {
 
 } // namespace
 
+SnippetQuery::SnippetQuery(std::string_view query) : words_(words(query)) {}
+
+bool SnippetQuery::matches(const Snippet& snippet) const {
+    if (words_.empty()) {
+        return true;
+    }
+    const std::string key = folded(snippet.abbreviation);
+    const std::string body = snippet.locked ? std::string() : folded(snippet.content);
+    return std::all_of(words_.begin(), words_.end(), [&](const std::string& word) {
+        return key.find(word) != std::string::npos || body.find(word) != std::string::npos;
+    });
+}
+
 std::vector<const Snippet*> searchSnippets(const std::vector<Snippet>& snippets,
                                            std::string_view query, const Usage& usage,
                                            std::size_t limit) {
-    const std::vector<std::string> wanted = words(query);
+    const SnippetQuery wanted(query);
     struct Found {
         const Snippet* snippet;
         std::int64_t uses;
@@ -44,20 +57,12 @@ std::vector<const Snippet*> searchSnippets(const std::vector<Snippet>& snippets,
     };
     std::vector<Found> found;
     for (const Snippet& snippet : snippets) {
-        if (snippet.archived || snippet.regex) {
-            continue;
-        }
-        std::string key = folded(snippet.abbreviation);
-        const std::string body = snippet.locked ? std::string() : folded(snippet.content);
-        const bool all = std::all_of(wanted.begin(), wanted.end(), [&](const std::string& word) {
-            return key.find(word) != std::string::npos || body.find(word) != std::string::npos;
-        });
-        if (!all) {
+        if (snippet.archived || snippet.regex || !wanted.matches(snippet)) {
             continue;
         }
         auto use = usage.uses.find(snippet.id);
-        found.push_back(
-            {&snippet, use != usage.uses.end() ? use->second.count : 0, std::move(key)});
+        found.push_back({&snippet, use != usage.uses.end() ? use->second.count : 0,
+                         folded(snippet.abbreviation)});
     }
     std::stable_sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
         return a.uses != b.uses ? a.uses > b.uses : a.key < b.key;

@@ -783,4 +783,14 @@ std::string Tokens::choiceToken(std::string_view name, const std::vector<std::st
     return out;
 }
 
+std::string Tokens::renameChoice(std::string_view text, std::string_view name,
+                                 std::string_view newName, const std::vector<std::string>& options,
+                                 bool sorted) {
+    const std::string replacement = choiceToken(newName, options, sorted);
+    return fieldPattern().replace(text, [&](const TokenMatch& m) {
+        const bool same = m.whole.starts_with("{choice:") && m.group(1) == name && m.group(3);
+        return same ? replacement : std::string(m.whole);
+    });
+}
+
 } // namespace quillet

@@ -116,6 +116,12 @@ struct Tokens {
     /// The token text of a choice: "{choice:name[:sorted]=option|option…}".
     static std::string choiceToken(std::string_view name, const std::vector<std::string>& options,
                                    bool sorted);
+
+    /// The text with every choice token called name that lists options replaced by the token
+    /// of a choice called newName with options; plain fields and other choices stay as written.
+    static std::string renameChoice(std::string_view text, std::string_view name,
+                                    std::string_view newName,
+                                    const std::vector<std::string>& options, bool sorted);
 };
 
 } // namespace quillet

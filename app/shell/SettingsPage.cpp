@@ -3,6 +3,7 @@
 #include "engine/Expander.h"
 #include "engine/Typos.h"
 #include "entry/Coordinator.h"
+#include "shell/Labels.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -23,33 +24,6 @@ QString qt(const std::string& text) {
     return QString::fromStdString(text);
 }
 
-// A note under a control, in the palette's quieter colour.
-QLabel* note(const std::string& text, QWidget* parent) {
-    auto* label = new QLabel(qt(text), parent);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    label->setAccessibleName(label->text());
-    label->setContentsMargins(24, 0, 0, 4);
-    return label;
-}
-
-// A message next to a field that refused what was typed; hidden while there is none.
-QLabel* problem(QWidget* parent) {
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    label->setAccessibleName(QStringLiteral("Problem"));
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, QColor(0xc0, 0x1c, 0x28));
-    label->setPalette(palette);
-    label->hide();
-    return label;
-}
-
-void showProblem(QLabel* label, const std::optional<std::string>& text) {
-    label->setText(text ? qt(*text) : QString());
-    label->setVisible(text.has_value());
-}
-
 } // namespace
 
 SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> chooseFolder,
@@ -68,7 +42,7 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
         check->setAccessibleName(check->text());
         layout->addWidget(check);
         if (!s.note.empty()) {
-            layout->addWidget(note(s.note, box));
+            layout->addWidget(noteLabel(s.note, box));
         }
         const std::string key(s.key);
         connect(check, &QCheckBox::toggled, this,
@@ -112,7 +86,7 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
         showProblem(shortcutProblem_, settings_.setPickerShortcut(shortcut_->text().toStdString()));
     });
     form->addRow(QStringLiteral("&Search and paste:"), shortcut_);
-    shortcutProblem_ = problem(expanding);
+    shortcutProblem_ = problemLabel(expanding);
     form->addRow(QString(), shortcutProblem_);
     expandingLayout->addLayout(form);
     addSwitch(expandingLayout, switchFor(Expander::popupKey), expanding);
@@ -126,7 +100,7 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
         check->setAccessibleName(check->text());
         check->setAccessibleDescription(qt(group.description));
         typingLayout->addWidget(check);
-        typingLayout->addWidget(note(group.description, typing));
+        typingLayout->addWidget(noteLabel(group.description, typing));
         connect(check, &QCheckBox::toggled, this, [this, &group](bool on) {
             settings_.setGroupOn(group, on);
             refresh(); // the sets of the group follow
@@ -154,7 +128,7 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
             sets_.emplace_back(set.id, check);
         }
         setsLayout->addWidget(
-            note(corrections ? Settings::correctionsNote() : Settings::setsNote(), sets));
+            noteLabel(corrections ? Settings::correctionsNote() : Settings::setsNote(), sets));
         typingLayout->addWidget(sets);
     }
 
@@ -182,7 +156,7 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
     add->setAccessibleName(QStringLiteral("Add a shared folder"));
     connect(add, &QPushButton::clicked, this, &SettingsPage::addSharedFolder);
     sharedLayout->addWidget(add, 0, Qt::AlignLeft);
-    folderProblem_ = problem(shared);
+    folderProblem_ = problemLabel(shared);
     sharedLayout->addWidget(folderProblem_);
     page->addStretch();
     refresh();
@@ -243,7 +217,7 @@ void SettingsPage::showSharedFolders() {
         name->setFont(bold);
         rowLayout->addWidget(name);
         for (const std::string& line : lines[i]) {
-            rowLayout->addWidget(note(line, row));
+            rowLayout->addWidget(noteLabel(line, row));
         }
         auto* stop = new QPushButton(qt(Settings::stopUsingLabel()), row);
         stop->setAccessibleName(qt(Settings::stopUsingLabel() + ": " + folders[i]));
@@ -255,9 +229,9 @@ void SettingsPage::showSharedFolders() {
         folders_->addWidget(row);
     }
     if (folders.empty()) {
-        folders_->addWidget(note("No shared folders. A team's folder of snippet files adds "
-                                 "their snippets here, read-only.",
-                                 this));
+        folders_->addWidget(noteLabel("No shared folders. A team's folder of snippet files adds "
+                                      "their snippets here, read-only.",
+                                      this));
     }
     shownFolders_ = std::move(folders);
     shownLines_ = std::move(lines);

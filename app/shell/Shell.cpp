@@ -58,7 +58,7 @@ int runShell(int argc, char** argv) {
             notifier->update();
         }
         if (mainWindow && mainWindow->isVisible()) {
-            mainWindow->refresh(); // the settings may have changed in the file
+            mainWindow->settingsPage().refresh(); // the settings may have changed in the file
         }
     };
 
@@ -134,7 +134,14 @@ int runShell(int argc, char** argv) {
                  logLine(error);
              }
          }},
-        {logLine, askForm, {}, refreshTray, openPicker, &popup});
+        {logLine, askForm, {}, refreshTray, openPicker, &popup, [&mainWindow] {
+             // After the change that caused it is done: an edit saved from the window itself
+             // calls here while its own handler is still running.
+             if (mainWindow && mainWindow->isVisible()) {
+                 QTimer::singleShot(0, mainWindow.get(),
+                                    [&mainWindow] { mainWindow->snippetsPage().refresh(); });
+             }
+         }});
     running = &coordinator;
     refreshTray();
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
@@ -143,15 +150,22 @@ int runShell(int argc, char** argv) {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
     Settings settings(preferences, coordinator.store());
+    LibraryEditor library(
+        {coordinator.store(), preferences, coordinator.locked(), [&coordinator]() -> const Usage* {
+             Expander* engine = coordinator.engine();
+             return engine != nullptr ? &engine->usage() : nullptr;
+         }});
     // Built when first asked for: most sessions never open it, and its widgets cost memory.
-    auto openSettings = [&mainWindow, &settings] {
+    auto openWindow = [&mainWindow, &settings, &library](MainWindow::Page page) {
         if (!mainWindow) {
-            mainWindow = std::make_unique<MainWindow>(settings);
+            mainWindow = std::make_unique<MainWindow>(library, settings);
         }
-        mainWindow->open();
+        mainWindow->open(page);
     };
     tray = std::make_unique<Tray>(
-        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker, openSettings);
+        coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker,
+        [&openWindow] { openWindow(MainWindow::Page::settings); },
+        [&openWindow] { openWindow(MainWindow::Page::snippets); });
     notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
     coordinator.start();
     const int status = QApplication::exec();
@@ -176,7 +190,7 @@ int runShell(int argc, char** argv) {
             finishing.exec();
         }
     }
-    mainWindow.reset(); // before the settings it shows
+    mainWindow.reset(); // before the settings and library it shows
     return status;
 }
 

@@ -28,7 +28,8 @@ QIcon Tray::iconFor(TrayLook::Badge badge, bool darkPanel) {
 }
 
 Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
-           std::function<void()> search, std::function<void()> settings)
+           std::function<void()> search, std::function<void()> settings,
+           std::function<void()> snippets)
     : coordinator_(coordinator), appearance_(appearance) {
     registerIcons();
     menu_.setObjectName("trayMenu");
@@ -62,6 +63,10 @@ Tray::Tray(Coordinator& coordinator, const Appearance& appearance, std::function
     if (search) {
         QAction* find = menu_.addAction("Search and Paste\u2026");
         connect(find, &QAction::triggered, this, [search = std::move(search)] { search(); });
+    }
+    if (snippets) {
+        QAction* open = menu_.addAction("Snippets\u2026");
+        connect(open, &QAction::triggered, this, [snippets = std::move(snippets)] { snippets(); });
     }
     if (settings) {
         QAction* open = menu_.addAction("Settings\u2026");

@@ -19,9 +19,11 @@ namespace quillet {
 class Tray final : public QObject {
 public:
     /// Shows coordinator's status, in the colours appearance says; quit ends the application,
-    /// search (when given) opens the search-and-paste picker, settings (when given) the window.
+    /// search (when given) opens the search-and-paste picker, settings and snippets (when given)
+    /// the window on that page.
     Tray(Coordinator& coordinator, const Appearance& appearance, std::function<void()> quit,
-         std::function<void()> search = {}, std::function<void()> settings = {});
+         std::function<void()> search = {}, std::function<void()> settings = {},
+         std::function<void()> snippets = {});
 
     /// Shows the status, badge and tooltip as they are now.
     void update();

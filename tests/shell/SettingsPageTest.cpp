@@ -4,6 +4,7 @@
 #include "shell/SettingsPage.h"
 
 #include "engine/Typos.h"
+#include "shell/Named.h"
 #include "shell/QtScheduler.h"
 #include "support/CoordinatorHarness.h"
 
@@ -19,14 +20,7 @@
 namespace quillet {
 namespace {
 
-template <typename W> W& named(QWidget& page, const QString& name) {
-    for (W* widget : page.findChildren<W*>()) {
-        if (widget->accessibleName() == name) {
-            return *widget;
-        }
-    }
-    throw std::runtime_error("no control named " + name.toStdString());
-}
+using testing::named;
 
 TEST(SettingsPage, ChangesAreWrittenAtOnceAndTheFileIsFollowed) {
     testing::CoordinatorHarness<QtScheduler> h;
