@@ -5,6 +5,7 @@
 #include <QAction>
 #include <QCloseEvent>
 #include <QHBoxLayout>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QScrollArea>
 #include <QSettings>
@@ -61,6 +62,9 @@ MainWindow::MainWindow(LibraryEditor& library, Settings& settings) {
 void MainWindow::open(Page page) {
     refresh();
     pages_->setCurrentRow(static_cast<int>(page));
+    if (page == Page::snippets) { // ready to search, or Ctrl+N for a new one
+        snippets_->search().setFocus(Qt::OtherFocusReason);
+    }
     if (isVisible()) { // where the user left it
         raise();
         activateWindow();

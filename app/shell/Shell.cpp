@@ -15,6 +15,7 @@
 #include "shell/PickerWindow.h"
 #include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
+#include "shell/SingleInstance.h"
 #include "shell/SuggestionNotifier.h"
 #include "shell/Tray.h"
 #include "shell/UnlockDialog.h"
@@ -35,6 +36,12 @@ int runShell(int argc, char** argv) {
     QApplication::setWindowIcon(QIcon(":/icons/quillet.svg"));
     // Closing a window (the form, a dialog) never ends the application: the tray does.
     QApplication::setQuitOnLastWindowClosed(false);
+
+    SingleInstance single(Folders::current().config.string());
+    if (single.handOver()) {
+        logLine("Quillet is already running: its window was brought up");
+        return 0;
+    }
 
     QtScheduler scheduler;
     SignalQuit stopOnSignal(
@@ -162,6 +169,9 @@ int runShell(int argc, char** argv) {
         }
         mainWindow->open(page);
     };
+    if (!single.listen([&openWindow] { openWindow(MainWindow::Page::snippets); })) {
+        logLine("a later launch can't reach this one: it would start a second copy");
+    }
     tray = std::make_unique<Tray>(
         coordinator, appearance, [] { QCoreApplication::quit(); }, openPicker,
         [&openWindow] { openWindow(MainWindow::Page::settings); },

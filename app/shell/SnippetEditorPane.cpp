@@ -285,6 +285,11 @@ SnippetEditorPane::SnippetEditorPane(LibraryEditor& editor,
             showNotes(*snippet);
         }
     });
+    // Return in the abbreviation goes on to what it becomes.
+    connect(abbreviation_, &QLineEdit::returnPressed, this, [this] {
+        flush();
+        content_->setFocus(Qt::OtherFocusReason);
+    });
     connect(content_, &QPlainTextEdit::textChanged, this, [this] {
         if (id_) {
             typed_ = true;

@@ -9,6 +9,7 @@
 
 #include <X11/keysym.h>
 #include <cstdlib>
+#include <thread>
 
 namespace quillet {
 namespace {
@@ -134,6 +135,40 @@ TEST(ShellEndToEnd, ThePickerPastesTheChosenSnippetIntoTheWindowThatWasInFront) 
         ASSERT_TRUE(windows.waitForFocus(editor.window(), true));
         typist.type("!");
         EXPECT_EQ(editor.waitFor("Dear Kind regards, Ann!"), "Dear Kind regards, Ann!");
+    }
+}
+
+TEST(ShellEndToEnd, ASnippetWrittenInTheWindowExpandsAtOnce) {
+    QuilletProcess quillet({});
+    ASSERT_TRUE(quillet.listening()) << quillet.log();
+    TextWindow editor;
+    X11Windows windows;
+    ASSERT_TRUE(editor.ready());
+    editor.focus();
+    // Launching it again brings the running one's window up, where typing searches.
+    const testing::ProcessResult again = quillet.launchAgain();
+    EXPECT_EQ(again.status, 0);
+    EXPECT_NE(again.err.find("already running"), std::string::npos) << again.err;
+    ASSERT_TRUE(windows.waitForFocus(editor.window(), false)) << quillet.log();
+    Typist keys(Typist::Source::keyboard);
+    keys.chord({XK_Control_L, XK_n});
+    keys.type(";e2e\nWritten in the window"); // Return goes on to the content
+    const auto library = quillet.home() / "data" / "quillet" / "snippets.json";
+    // Saved once typing pauses.
+    auto saved = [&] {
+        return testing::contentsOf(library).find("Written in the window") != std::string::npos;
+    };
+    for (int tries = 0; tries < 200 && !saved(); ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ASSERT_TRUE(saved()) << testing::contentsOf(library) << quillet.log();
+    for (auto source : {Typist::Source::keyboard, Typist::Source::xtest}) {
+        SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
+        editor.focus();
+        ASSERT_TRUE(windows.waitForFocus(editor.window(), true));
+        editor.clear();
+        Typist(source).type(";e2e");
+        EXPECT_EQ(editor.waitFor("Written in the window"), "Written in the window");
     }
 }
 

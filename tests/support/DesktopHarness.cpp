@@ -80,12 +80,15 @@ QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::s
     std::string error;
     writeLibrary(data / "quillet" / "snippets.json", library, error);
     writeText(config / "quillet" / "settings.json", settings);
-    process_ = std::make_unique<LiveProcess>(
-        std::vector<std::string>{QUILLET_PROGRAM},
-        std::map<std::string, std::string>{{"HOME", home_.path().string()},
-                                           {"XDG_DATA_HOME", data.string()},
-                                           {"XDG_CONFIG_HOME", config.string()}});
+    env_ = {{"HOME", home_.path().string()},
+            {"XDG_DATA_HOME", data.string()},
+            {"XDG_CONFIG_HOME", config.string()}};
+    process_ = std::make_unique<LiveProcess>(std::vector<std::string>{QUILLET_PROGRAM}, env_);
     listening_ = process_->waitForError("listening", 20s);
+}
+
+ProcessResult QuilletProcess::launchAgain() const {
+    return runProcess({QUILLET_PROGRAM}, {}, env_);
 }
 
 } // namespace quillet::testing

@@ -79,6 +79,8 @@ public:
         writeText(file.string() + ".new", settings);
         std::filesystem::rename(file.string() + ".new", file);
     }
+    /// Starts `quillet` once more as the same user, and waits for it to end.
+    ProcessResult launchAgain() const;
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
     /// Its process id.
@@ -86,6 +88,7 @@ public:
 
 private:
     TempFolder home_;
+    std::map<std::string, std::string> env_;
     std::unique_ptr<LiveProcess> process_;
     bool listening_ = false;
 };
