@@ -1,4 +1,5 @@
-// Saves a picture of a panel or window: PanelScreenshot form|popup|picker|settings|snippets OUT.png
+// Saves a picture of a panel or window: PanelScreenshot
+// form|popup|picker|snippets|overview|collections|settings OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
 #include "library/JsonPreferences.h"
@@ -21,11 +22,14 @@
 #include <QTimer>
 #include <cstdio>
 #include <fstream>
+#include <map>
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s form|popup|picker|settings|snippets OUT.png [--dark]\n",
-                     argv[0]);
+        std::fprintf(
+            stderr,
+            "usage: %s form|popup|picker|snippets|overview|collections|settings OUT.png [--dark]\n",
+            argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -80,8 +84,15 @@ int main(int argc, char** argv) {
     std::unique_ptr<quillet::SnippetStore> store;
     std::unique_ptr<quillet::Settings> settings;
     std::unique_ptr<quillet::LibraryEditor> library;
+    quillet::Usage usage;
+    std::unique_ptr<quillet::Overview> overview;
     std::unique_ptr<quillet::MainWindow> window;
-    if (what == QStringLiteral("settings") || what == QStringLiteral("snippets")) {
+    const std::map<QString, quillet::MainWindow::Page> pages = {
+        {QStringLiteral("snippets"), quillet::MainWindow::Page::snippets},
+        {QStringLiteral("overview"), quillet::MainWindow::Page::overview},
+        {QStringLiteral("collections"), quillet::MainWindow::Page::collections},
+        {QStringLiteral("settings"), quillet::MainWindow::Page::settings}};
+    if (pages.contains(what)) {
         const std::filesystem::path root = home.path().toStdString();
         std::filesystem::create_directories(root / "team");
         std::ofstream(root / "team" / "team.csv") << ";team,Team text\n;keys,{key:enter}\n";
@@ -118,17 +129,30 @@ int main(int argc, char** argv) {
             [](quillet::Snippet& s) { s.kind = quillet::Snippet::Kind::javascript; });
         add(";old", "Our old address", [](quillet::Snippet& s) { s.archived = true; });
         store->setSnippets(std::move(list));
+        // A few weeks of use: the overview's figures and lists.
+        const quillet::Date now = quillet::Date::now();
+        for (std::size_t i = 0; i < 3; ++i) {
+            for (std::size_t n = 40 / (i + 1); n > 0; --n) { // the latest last
+                usage.record(store->snippets()[i].id, 25,
+                             quillet::Date{now.seconds - double(n + i) * 3600 * 9});
+            }
+        }
+        usage.seed({store->snippets()[4].id}, quillet::Date{now.seconds - 200 * 86400.0});
         settings = std::make_unique<quillet::Settings>(*preferences, *store);
         library = std::make_unique<quillet::LibraryEditor>(
             quillet::LibraryEditor::Parts{*store, *preferences, locked});
-        window = std::make_unique<quillet::MainWindow>(*library, *settings);
-        if (what == QStringLiteral("settings")) {
-            window->open(quillet::MainWindow::Page::settings);
-            window->resize(760, window->settingsPage().sizeHint().height() + 8); // unscrolled
-        } else {
-            window->open(quillet::MainWindow::Page::snippets);
-            window->resize(1000, 700);
+        overview = std::make_unique<quillet::Overview>(
+            [&store]() -> const std::vector<quillet::Snippet>& { return store->snippets(); },
+            [&usage] { return &usage; });
+        window = std::make_unique<quillet::MainWindow>(
+            quillet::MainWindow::Parts{*library, *settings, *overview, nullptr});
+        if (what == QStringLiteral("snippets")) {
             window->snippetsPage().select(store->snippets()[2].id);
+        }
+        window->open(pages.at(what));
+        window->resize(1000, 700);
+        if (what == QStringLiteral("settings")) {
+            window->resize(860, window->settingsPage().sizeHint().height() + 8); // unscrolled
         }
         shown = window.get();
     } else if (what == QStringLiteral("form")) {

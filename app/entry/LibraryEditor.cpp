@@ -6,6 +6,7 @@
 #include "library/SnippetSearch.h"
 #include "library/Text.h"
 #include "render/Expansion.h"
+#include "transfer/Transfer.h"
 
 #include <algorithm>
 #include <system_error>
@@ -299,6 +300,25 @@ std::optional<std::string> LibraryEditor::undo() {
     }
     deleted_.reset();
     return std::nullopt;
+}
+
+bool LibraryEditor::hasStarterSet(const StarterSet& set) const {
+    const std::vector<Snippet>& all = parts_.store.snippets();
+    return std::all_of(set.snippets.begin(), set.snippets.end(), [&](const StarterSnippet& entry) {
+        return std::any_of(all.begin(), all.end(), [&](const Snippet& snippet) {
+            return snippet.abbreviation == entry.abbreviation;
+        });
+    });
+}
+
+std::string LibraryEditor::addStarterSet(const StarterSet& set) {
+    std::vector<Snippet> list = parts_.store.snippets();
+    Transfer::Report report = Transfer::merge({makeSnippets(set), {}, {}}, list);
+    list.insert(list.end(), report.added.begin(), report.added.end());
+    if (auto problem = store(std::move(list))) {
+        return *problem;
+    }
+    return report.text();
 }
 
 std::optional<std::string> LibraryEditor::setLocked(const Uuid& id, bool locked) {

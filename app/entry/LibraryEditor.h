@@ -3,6 +3,7 @@
 #include "library/LockedSnippets.h"
 #include "library/Preferences.h"
 #include "library/Snippet.h"
+#include "library/StarterSets.h"
 #include "library/Store.h"
 #include "library/Usage.h"
 
@@ -89,6 +90,12 @@ public:
     std::optional<Uuid> deletedId() const {
         return deleted_ ? std::optional<Uuid>(deleted_->snippet.id) : std::nullopt;
     }
+
+    /// True when the library already has every abbreviation of the starter set.
+    bool hasStarterSet(const StarterSet& set) const;
+    /// Adds the starter set's snippets the library does not have yet; what was added, or why
+    /// nothing could be.
+    std::string addStarterSet(const StarterSet& set);
 
     /// Locks (the text moves into the secret store) or unlocks it (the owner confirms, and the
     /// text comes back into the library).

@@ -199,6 +199,19 @@ std::vector<std::string> Settings::sharedFolderLines(const std::string& folder) 
     return {};
 }
 
+std::vector<std::pair<std::string, std::string>>
+Settings::sharedSnippets(const std::string& folder) const {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (const SnippetStore::SharedPack& pack : store_.shared()) {
+        if (pack.folder == folder) {
+            for (const Snippet& snippet : pack.snippets) {
+                out.emplace_back(snippet.abbreviation, text::clip(snippet.firstLine(), 60));
+            }
+        }
+    }
+    return out;
+}
+
 const std::string& Settings::stopUsingLabel() {
     return SharedFolder::stopUsing();
 }

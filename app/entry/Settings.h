@@ -82,6 +82,9 @@ public:
     /// The lines shown under a shared folder: read-only and what was left out, or why it is
     /// empty when it cannot be read any more.
     std::vector<std::string> sharedFolderLines(const std::string& folder) const;
+    /// The snippets a shared folder brings, as abbreviation and first line, in its order.
+    std::vector<std::pair<std::string, std::string>>
+    sharedSnippets(const std::string& folder) const;
     /// The button that takes a folder off the list.
     static const std::string& stopUsingLabel();
 

@@ -24,30 +24,46 @@ QSettings& rememberedWindow() {
 
 } // namespace
 
-MainWindow::MainWindow(LibraryEditor& library, Settings& settings) {
+MainWindow::MainWindow(Parts parts) {
     setWindowTitle(QStringLiteral("Quillet"));
     setAccessibleName(windowTitle());
     auto* central = new QWidget(this);
     auto* layout = new QHBoxLayout(central);
     pages_ = new QListWidget(central);
     pages_->setAccessibleName(QStringLiteral("Pages"));
-    pages_->addItem(QStringLiteral("Snippets"));
-    pages_->addItem(QStringLiteral("Settings"));
+    for (const char* name : {"Snippets", "Overview", "Collections", "Settings"}) {
+        pages_->addItem(QString::fromUtf8(name));
+    }
     pages_->setFixedWidth(pages_->sizeHintForColumn(0) + 4 * pages_->frameWidth() + 24);
     stack_ = new QStackedWidget(central);
-    snippets_ = new SnippetsPage(library, {}, stack_);
-    auto* scroll = new QScrollArea(stack_);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    settings_ = new SettingsPage(settings, {}, scroll);
-    scroll->setWidget(settings_);
+    snippets_ = new SnippetsPage(parts.library, {}, stack_);
+    auto scrolled = [this](QWidget* page) {
+        auto* scroll = new QScrollArea(stack_);
+        scroll->setWidgetResizable(true);
+        scroll->setFrameShape(QFrame::NoFrame);
+        scroll->setWidget(page);
+        stack_->addWidget(scroll);
+    };
     stack_->addWidget(snippets_);
-    stack_->addWidget(scroll);
+    overview_ = new OverviewPage(parts.overview, parts.coordinator, [this](const Uuid& id) {
+        pages_->setCurrentRow(static_cast<int>(Page::snippets));
+        snippets_->select(id);
+        snippets_->editorPane().focusAbbreviation();
+    });
+    scrolled(overview_);
+    collections_ =
+        new CollectionsPage(parts.library, parts.settings, {}, [this] { snippets_->refresh(); });
+    scrolled(collections_);
+    settings_ = new SettingsPage(parts.settings, {});
+    scrolled(settings_);
     layout->addWidget(pages_);
     layout->addWidget(stack_, 1);
     setCentralWidget(central);
-    connect(pages_, &QListWidget::currentRowChanged, stack_, &QStackedWidget::setCurrentIndex);
-    // Ctrl+1 and Ctrl+2 go to the pages, as tabs do in a browser.
+    connect(pages_, &QListWidget::currentRowChanged, this, [this](int row) {
+        stack_->setCurrentIndex(row);
+        refresh(); // figures and lists as of now
+    });
+    // Ctrl+1 to Ctrl+4 go to the pages, as tabs do in a browser.
     for (int i = 0; i < pages_->count(); ++i) {
         auto* go = new QAction(this);
         go->setShortcut(QKeySequence(Qt::CTRL | Qt::Key(Qt::Key_1 + i)));
@@ -60,8 +76,8 @@ MainWindow::MainWindow(LibraryEditor& library, Settings& settings) {
 }
 
 void MainWindow::open(Page page) {
-    refresh();
     pages_->setCurrentRow(static_cast<int>(page));
+    refresh();
     if (page == Page::snippets) { // ready to search, or Ctrl+N for a new one
         snippets_->search().setFocus(Qt::OtherFocusReason);
     }
@@ -74,8 +90,20 @@ void MainWindow::open(Page page) {
 }
 
 void MainWindow::refresh() {
-    snippets_->refresh();
-    settings_->refresh();
+    switch (static_cast<Page>(pages_->currentRow())) {
+    case Page::snippets:
+        snippets_->refresh();
+        break;
+    case Page::overview:
+        overview_->refresh();
+        break;
+    case Page::collections:
+        collections_->refresh();
+        break;
+    case Page::settings:
+        settings_->refresh();
+        break;
+    }
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

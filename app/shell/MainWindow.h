@@ -1,7 +1,11 @@
 #pragma once
 
+#include "entry/Coordinator.h"
 #include "entry/LibraryEditor.h"
+#include "entry/Overview.h"
 #include "entry/Settings.h"
+#include "shell/CollectionsPage.h"
+#include "shell/OverviewPage.h"
 #include "shell/SettingsPage.h"
 #include "shell/SnippetsPage.h"
 
@@ -12,15 +16,23 @@ class QStackedWidget;
 
 namespace quillet {
 
-/// Quillet's window, opened from the tray: a page list down the side (snippets, settings) and
-/// the chosen page. Closing it only hides it; the application goes on in the tray. Its size and
-/// place are remembered between sessions.
+/// Quillet's window, opened from the tray: a page list down the side (snippets, overview,
+/// collections, settings) and the chosen page. Closing it only hides it; the application goes on in
+/// the tray. Its size and place are remembered between sessions.
 class MainWindow final : public QMainWindow {
 public:
     /// The pages, in the order of the side list.
-    enum class Page { snippets, settings };
+    enum class Page { snippets, overview, collections, settings };
 
-    MainWindow(LibraryEditor& library, Settings& settings);
+    /// What the pages show and change; all of it must outlive the window.
+    struct Parts {
+        LibraryEditor& library;
+        Settings& settings;
+        Overview& overview;
+        Coordinator* coordinator = nullptr; ///< the waiting phrase; null where there is none
+    };
+
+    explicit MainWindow(Parts parts);
 
     /// Brings the window up on page, in front, with the keyboard focus.
     void open(Page page = Page::snippets);
@@ -28,6 +40,8 @@ public:
     void refresh();
 
     SnippetsPage& snippetsPage() { return *snippets_; }
+    OverviewPage& overviewPage() { return *overview_; }
+    CollectionsPage& collectionsPage() { return *collections_; }
     SettingsPage& settingsPage() { return *settings_; }
     QListWidget& pages() { return *pages_; }
 
@@ -38,6 +52,8 @@ private:
     QListWidget* pages_;
     QStackedWidget* stack_;
     SnippetsPage* snippets_;
+    OverviewPage* overview_;
+    CollectionsPage* collections_;
     SettingsPage* settings_;
 };
 

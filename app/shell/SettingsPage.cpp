@@ -4,6 +4,7 @@
 #include "engine/Typos.h"
 #include "entry/Coordinator.h"
 #include "shell/Labels.h"
+#include "shell/SharedFoldersBox.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -147,17 +148,8 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
     auto* scriptsLayout = new QVBoxLayout(scripts);
     addSwitch(scriptsLayout, switchFor("allowScripts"), scripts);
 
-    // Shared folders: each with what it holds, and a way to stop using it.
-    QGroupBox* shared = section(QStringLiteral("Shared folders"));
-    auto* sharedLayout = new QVBoxLayout(shared);
-    folders_ = new QVBoxLayout;
-    sharedLayout->addLayout(folders_);
-    auto* add = new QPushButton(QStringLiteral("Add a &Folder\u2026"), shared);
-    add->setAccessibleName(QStringLiteral("Add a shared folder"));
-    connect(add, &QPushButton::clicked, this, &SettingsPage::addSharedFolder);
-    sharedLayout->addWidget(add, 0, Qt::AlignLeft);
-    folderProblem_ = problemLabel(shared);
-    sharedLayout->addWidget(folderProblem_);
+    folders_ = new SharedFoldersBox(settings_, chooseFolder_, false, this);
+    page->addWidget(folders_);
     page->addStretch();
     refresh();
 }
@@ -187,66 +179,7 @@ void SettingsPage::refresh() {
         const QSignalBlocker quiet(check);
         check->setChecked(settings_.setIsOn(id));
     }
-    showSharedFolders();
-}
-
-void SettingsPage::showSharedFolders() {
-    std::vector<std::string> folders = settings_.sharedFolders();
-    std::vector<std::vector<std::string>> lines;
-    for (const std::string& folder : folders) {
-        lines.push_back(settings_.sharedFolderLines(folder));
-    }
-    if (folders == shownFolders_ && lines == shownLines_) {
-        return; // rebuilding would move the keyboard focus off a button for nothing
-    }
-    // Later, not now: the click that got here may come from a button of a row.
-    while (QLayoutItem* item = folders_->takeAt(0)) {
-        item->widget()->hide();
-        item->widget()->deleteLater();
-        delete item;
-    }
-    for (std::size_t i = 0; i < folders.size(); ++i) {
-        auto* row = new QWidget(this);
-        auto* rowLayout = new QVBoxLayout(row);
-        rowLayout->setContentsMargins(0, 0, 0, 6);
-        auto* name = new QLabel(qt(folders[i]), row);
-        name->setAccessibleName(name->text());
-        name->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        QFont bold = name->font();
-        bold.setBold(true);
-        name->setFont(bold);
-        rowLayout->addWidget(name);
-        for (const std::string& line : lines[i]) {
-            rowLayout->addWidget(noteLabel(line, row));
-        }
-        auto* stop = new QPushButton(qt(Settings::stopUsingLabel()), row);
-        stop->setAccessibleName(qt(Settings::stopUsingLabel() + ": " + folders[i]));
-        connect(stop, &QPushButton::clicked, this, [this, folder = folders[i]] {
-            settings_.removeSharedFolder(folder);
-            showSharedFolders();
-        });
-        rowLayout->addWidget(stop, 0, Qt::AlignLeft);
-        folders_->addWidget(row);
-    }
-    if (folders.empty()) {
-        folders_->addWidget(noteLabel("No shared folders. A team's folder of snippet files adds "
-                                      "their snippets here, read-only.",
-                                      this));
-    }
-    shownFolders_ = std::move(folders);
-    shownLines_ = std::move(lines);
-}
-
-void SettingsPage::addSharedFolder() {
-    const std::string folder =
-        chooseFolder_ ? chooseFolder_()
-                      : QFileDialog::getExistingDirectory(this, QStringLiteral("Share a folder"))
-                            .toStdString();
-    if (folder.empty()) {
-        return;
-    }
-    showProblem(folderProblem_, settings_.addSharedFolder(folder));
-    showSharedFolders();
+    folders_->refresh();
 }
 
 } // namespace quillet

@@ -13,6 +13,10 @@ class QLineEdit;
 class QVBoxLayout;
 
 namespace quillet {
+class SharedFoldersBox;
+}
+
+namespace quillet {
 
 /// The settings page: a control for every setting Settings knows, written the moment it is
 /// changed and brought up to date when the settings change elsewhere (the file edited by hand,
@@ -29,9 +33,6 @@ public:
     void refresh();
 
 private:
-    void addSharedFolder();
-    void showSharedFolders();
-
     Settings& settings_;
     std::function<std::string()> chooseFolder_;
     QComboBox* triggerMode_;
@@ -41,10 +42,7 @@ private:
     std::vector<std::pair<std::string, QCheckBox*>> switches_;
     std::vector<QCheckBox*> groups_;
     std::vector<std::pair<std::string, QCheckBox*>> sets_;
-    QVBoxLayout* folders_;
-    QLabel* folderProblem_;
-    std::vector<std::string> shownFolders_;
-    std::vector<std::vector<std::string>> shownLines_;
+    SharedFoldersBox* folders_;
 };
 
 } // namespace quillet

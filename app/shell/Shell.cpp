@@ -65,7 +65,7 @@ int runShell(int argc, char** argv) {
             notifier->update();
         }
         if (mainWindow && mainWindow->isVisible()) {
-            mainWindow->settingsPage().refresh(); // the settings may have changed in the file
+            mainWindow->refresh(); // the settings may have changed in the file, or a suggestion
         }
     };
 
@@ -157,15 +157,19 @@ int runShell(int argc, char** argv) {
         logLine("no system tray on this desktop: the icon shows once one starts");
     }
     Settings settings(preferences, coordinator.store());
-    LibraryEditor library(
-        {coordinator.store(), preferences, coordinator.locked(), [&coordinator]() -> const Usage* {
-             Expander* engine = coordinator.engine();
-             return engine != nullptr ? &engine->usage() : nullptr;
-         }});
+    auto usage = [&coordinator]() -> const Usage* {
+        Expander* engine = coordinator.engine();
+        return engine != nullptr ? &engine->usage() : nullptr;
+    };
+    LibraryEditor library({coordinator.store(), preferences, coordinator.locked(), usage});
+    Overview overview(
+        [&coordinator]() -> const std::vector<Snippet>& { return coordinator.store().snippets(); },
+        usage);
     // Built when first asked for: most sessions never open it, and its widgets cost memory.
-    auto openWindow = [&mainWindow, &settings, &library](MainWindow::Page page) {
+    auto openWindow = [&](MainWindow::Page page) {
         if (!mainWindow) {
-            mainWindow = std::make_unique<MainWindow>(library, settings);
+            mainWindow = std::make_unique<MainWindow>(
+                MainWindow::Parts{library, settings, overview, &coordinator});
         }
         mainWindow->open(page);
     };

@@ -143,6 +143,15 @@ TEST(LibraryEditor, DuplicateDeleteUndoAndLockKeepTheLockedTextWhereItBelongs) {
     h.editor.update(edit);
     EXPECT_EQ(h.onDisk()[0].content, "") << "a plain edit cannot put the text back in the file";
 
+    const StarterSet& support = *starterSet("Support");
+    EXPECT_FALSE(h.editor.hasStarterSet(support));
+    EXPECT_EQ(h.editor.addStarterSet(support), "Added 4 snippets.");
+    EXPECT_TRUE(h.editor.hasStarterSet(support));
+    EXPECT_EQ(h.editor.addStarterSet(support).substr(0, 17), "Added 0 snippets.") << "no twins";
+    std::vector<Snippet> list = h.store().snippets();
+    list.resize(2);
+    ASSERT_TRUE(h.store().setSnippets(list));
+
     const Uuid copy = h.editor.duplicate(sig, error).value();
     EXPECT_EQ(testing::pairsOf(h.onDisk()),
               (testing::Pairs{{";sig", ""}, {";sig2", ""}, {";x", "x"}}));
