@@ -21,6 +21,9 @@ public:
     /// Called when an intention is over.
     using Done = std::function<void()>;
 
+    /// The preference mapping application ids to the key stroke that pastes there.
+    static constexpr std::string_view pasteShortcutsKey = "pasteShortcuts";
+
     virtual ~Executor() = default;
 
     /// Starts an expansion ahead of its first intention: from now until finish the user's keys

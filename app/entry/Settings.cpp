@@ -1,9 +1,11 @@
 #include "entry/Settings.h"
 
+#include "engine/Executor.h"
 #include "engine/Expander.h"
 #include "engine/Typos.h"
 #include "entry/Coordinator.h"
 #include "library/Text.h"
+#include "render/Tokens.h"
 #include "transfer/SharedFolder.h"
 
 #include <algorithm>
@@ -34,6 +36,14 @@ std::optional<std::string> strokeProblem(std::string_view written) {
         }
         written.remove_prefix(plus + 1);
     }
+}
+
+std::string trimmed(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return std::string(text.substr(first, text.find_last_not_of(" \t") - first + 1));
 }
 
 } // namespace
@@ -104,16 +114,13 @@ std::string Settings::pickerShortcut() const {
 }
 
 std::optional<std::string> Settings::setPickerShortcut(std::string_view stroke) {
-    const std::size_t first = stroke.find_first_not_of(" \t");
-    stroke = first == std::string_view::npos
-                 ? std::string_view()
-                 : stroke.substr(first, stroke.find_last_not_of(" \t") - first + 1);
-    if (!stroke.empty()) {
-        if (std::optional<std::string> problem = strokeProblem(stroke)) {
+    const std::string keys = trimmed(stroke);
+    if (!keys.empty()) {
+        if (std::optional<std::string> problem = strokeProblem(keys)) {
             return problem;
         }
     }
-    if (!preferences_.setValue(Coordinator::pickerShortcutKey, std::string(stroke))) {
+    if (!preferences_.setValue(Coordinator::pickerShortcutKey, keys)) {
         return "Couldn't save the setting: the settings file can't be written.";
     }
     return std::nullopt;
@@ -210,6 +217,67 @@ Settings::sharedSnippets(const std::string& folder) const {
         }
     }
     return out;
+}
+
+std::string Settings::syncFolder() const {
+    return preferences_.text("syncFolder").value_or("");
+}
+
+std::optional<std::string> Settings::setSyncFolder(const std::string& folder) {
+    if (store_.isSynced()) {
+        return "Turn off keeping your snippets there before choosing another folder.";
+    }
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::absolute(folder, error);
+    if (error || !std::filesystem::is_directory(path, error)) {
+        return "\u201C" + folder + "\u201D isn't a folder.";
+    }
+    if (!preferences_.setValue("syncFolder", path.lexically_normal().string())) {
+        return "Couldn't save the setting: the settings file can't be written.";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> Settings::setSync(bool on) {
+    return store_.setSync(on);
+}
+
+std::vector<std::pair<std::string, std::string>> Settings::pasteShortcuts() const {
+    std::vector<std::pair<std::string, std::string>> out;
+    const nlohmann::json table = preferences_.value(Executor::pasteShortcutsKey);
+    if (table.is_object()) {
+        for (const auto& [app, stroke] : table.items()) {
+            if (stroke.is_string()) {
+                out.emplace_back(app, stroke.get<std::string>());
+            }
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> Settings::setPasteShortcut(const std::string& app,
+                                                      std::string_view stroke) {
+    const std::string id = trimmed(app);
+    const std::string keys = trimmed(stroke);
+    if (id.empty()) {
+        return std::string("Name the application by its window class, such as firefox.");
+    }
+    if (!keys.empty() && !Tokens::keyStroke(text::toLower(keys))) {
+        return "\u201C" + keys + "\u201D isn't a key stroke, such as ctrl+shift+v.";
+    }
+    nlohmann::json table = preferences_.value(Executor::pasteShortcutsKey);
+    if (!table.is_object()) {
+        table = nlohmann::json::object();
+    }
+    if (keys.empty()) {
+        table.erase(id);
+    } else {
+        table[id] = text::toLower(keys);
+    }
+    if (!preferences_.setValue(Executor::pasteShortcutsKey, table)) {
+        return std::string("Couldn't save the setting: the settings file can't be written.");
+    }
+    return std::nullopt;
 }
 
 const std::string& Settings::stopUsingLabel() {

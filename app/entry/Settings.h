@@ -85,6 +85,20 @@ public:
     /// The snippets a shared folder brings, as abbreviation and first line, in its order.
     std::vector<std::pair<std::string, std::string>>
     sharedSnippets(const std::string& folder) const;
+    /// The folder a sync tool keeps, where the library can live; empty while none is chosen.
+    std::string syncFolder() const;
+    /// Chooses the synced folder (made absolute); what is wrong when it is no folder or the
+    /// library lives in the one chosen before, and then nothing changes.
+    std::optional<std::string> setSyncFolder(const std::string& folder);
+    /// True while the library lives in the synced folder.
+    bool isSynced() const { return store_.isSynced(); }
+    /// Moves the library into the synced folder or back; what the user is told.
+    std::optional<std::string> setSync(bool on);
+    /// The applications that paste with their own key stroke, by application id.
+    std::vector<std::pair<std::string, std::string>> pasteShortcuts() const;
+    /// Sets the stroke that pastes in app (an empty stroke goes back to the usual one); what
+    /// is wrong when it is no stroke or no application is named, and then nothing is stored.
+    std::optional<std::string> setPasteShortcut(const std::string& app, std::string_view stroke);
     /// The button that takes a folder off the list.
     static const std::string& stopUsingLabel();
 

@@ -11,6 +11,7 @@
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -148,6 +149,85 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
     auto* scriptsLayout = new QVBoxLayout(scripts);
     addSwitch(scriptsLayout, switchFor("allowScripts"), scripts);
 
+    // Pasting: the applications that paste with a stroke of their own.
+    QGroupBox* pasting = section(QStringLiteral("Pasting"));
+    auto* pastingLayout = new QVBoxLayout(pasting);
+    pastingLayout->addWidget(noteLabel("Quillet pastes with Ctrl+V, and with Ctrl+Shift+V in "
+                                       "terminals. An application that pastes otherwise is "
+                                       "listed here by its window class.",
+                                       pasting));
+    pasteRows_ = new QVBoxLayout;
+    pastingLayout->addLayout(pasteRows_);
+    auto* newPaste = new QHBoxLayout;
+    pasteApp_ = new QLineEdit(pasting);
+    pasteApp_->setPlaceholderText(QStringLiteral("Window class, such as emacs"));
+    pasteApp_->setAccessibleName(QStringLiteral("Application"));
+    pasteStroke_ = new QLineEdit(pasting);
+    pasteStroke_->setPlaceholderText(QStringLiteral("Stroke, such as ctrl+y"));
+    pasteStroke_->setAccessibleName(QStringLiteral("Paste stroke"));
+    auto* addPaste = new QPushButton(QStringLiteral("A&dd"), pasting);
+    addPaste->setAccessibleName(QStringLiteral("Add the paste stroke"));
+    newPaste->addWidget(pasteApp_, 1);
+    newPaste->addWidget(pasteStroke_, 1);
+    newPaste->addWidget(addPaste);
+    pastingLayout->addLayout(newPaste);
+    pasteProblem_ = problemLabel(pasting);
+    pastingLayout->addWidget(pasteProblem_);
+    auto addStroke = [this] {
+        auto problem = settings_.setPasteShortcut(pasteApp_->text().toStdString(),
+                                                  pasteStroke_->text().toStdString());
+        showProblem(pasteProblem_, problem);
+        if (!problem) {
+            pasteApp_->clear();
+            pasteStroke_->clear();
+            showPasteShortcuts();
+        }
+    };
+    connect(addPaste, &QPushButton::clicked, this, addStroke);
+    connect(pasteStroke_, &QLineEdit::returnPressed, this, addStroke);
+
+    // Sync: the library in a folder a sync tool keeps.
+    QGroupBox* sync = section(QStringLiteral("Sync"));
+    auto* syncLayout = new QVBoxLayout(sync);
+    auto* syncRow = new QHBoxLayout;
+    syncFolder_ = new QLabel(sync);
+    syncFolder_->setAccessibleName(QStringLiteral("Synced folder"));
+    syncFolder_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    chooseSync_ = new QPushButton(QStringLiteral("C&hoose Folder\u2026"), sync);
+    chooseSync_->setAccessibleName(QStringLiteral("Choose the synced folder"));
+    syncRow->addWidget(syncFolder_, 1);
+    syncRow->addWidget(chooseSync_);
+    syncLayout->addLayout(syncRow);
+    synced_ = new QCheckBox(QStringLiteral("&Keep my snippets in this folder"), sync);
+    synced_->setAccessibleName(QStringLiteral("Keep my snippets in the synced folder"));
+    syncLayout->addWidget(synced_);
+    syncLayout->addWidget(noteLabel("A folder that Syncthing, Nextcloud, Dropbox or another sync "
+                                    "tool keeps the same on your computers.",
+                                    sync));
+    syncMessage_ = new QLabel(sync);
+    syncMessage_->setWordWrap(true);
+    syncMessage_->setAccessibleName(QStringLiteral("Sync message"));
+    syncMessage_->hide();
+    syncLayout->addWidget(syncMessage_);
+    connect(chooseSync_, &QPushButton::clicked, this, [this] {
+        const std::string folder =
+            chooseFolder_ ? chooseFolder_()
+                          : QFileDialog::getExistingDirectory(this, QStringLiteral("Synced folder"))
+                                .toStdString();
+        if (!folder.empty()) {
+            std::optional<std::string> problem = settings_.setSyncFolder(folder);
+            syncMessage_->setText(problem ? qt(*problem) : QString());
+            syncMessage_->setVisible(problem.has_value());
+            refresh();
+        }
+    });
+    connect(synced_, &QCheckBox::toggled, this, [this](bool on) {
+        std::optional<std::string> message = settings_.setSync(on);
+        syncMessage_->setText(message ? qt(*message) : QString());
+        syncMessage_->setVisible(message.has_value());
+        refresh();
+    });
+
     folders_ = new SharedFoldersBox(settings_, chooseFolder_, false, this);
     page->addWidget(folders_);
     page->addStretch();
@@ -179,7 +259,44 @@ void SettingsPage::refresh() {
         const QSignalBlocker quiet(check);
         check->setChecked(settings_.setIsOn(id));
     }
+    {
+        const QSignalBlocker quiet(synced_);
+        synced_->setChecked(settings_.isSynced());
+    }
+    const std::string folder = settings_.syncFolder();
+    syncFolder_->setText(folder.empty() ? QStringLiteral("No folder chosen") : qt(folder));
+    chooseSync_->setEnabled(!settings_.isSynced());
+    showPasteShortcuts();
     folders_->refresh();
+}
+
+void SettingsPage::showPasteShortcuts() {
+    std::vector<std::pair<std::string, std::string>> shown = settings_.pasteShortcuts();
+    if (shown == shownPaste_) {
+        return; // rebuilding would move the keyboard focus off a button for nothing
+    }
+    while (QLayoutItem* item = pasteRows_->takeAt(0)) {
+        item->widget()->hide();
+        item->widget()->deleteLater();
+        delete item;
+    }
+    for (const auto& [app, stroke] : shown) {
+        auto* row = new QWidget(this);
+        auto* layout = new QHBoxLayout(row);
+        layout->setContentsMargins(0, 0, 0, 0);
+        auto* label = new QLabel(qt(app) + QStringLiteral(": ") + qt(stroke), row);
+        label->setAccessibleName(label->text());
+        auto* remove = new QPushButton(QStringLiteral("Remove"), row);
+        remove->setAccessibleName(QStringLiteral("Remove the paste stroke of ") + qt(app));
+        connect(remove, &QPushButton::clicked, this, [this, app = app] {
+            showProblem(pasteProblem_, settings_.setPasteShortcut(app, ""));
+            showPasteShortcuts();
+        });
+        layout->addWidget(label, 1);
+        layout->addWidget(remove);
+        pasteRows_->addWidget(row);
+    }
+    shownPaste_ = std::move(shown);
 }
 
 } // namespace quillet

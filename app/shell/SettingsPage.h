@@ -10,6 +10,7 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
+class QPushButton;
 class QVBoxLayout;
 
 namespace quillet {
@@ -33,6 +34,8 @@ public:
     void refresh();
 
 private:
+    void showPasteShortcuts();
+
     Settings& settings_;
     std::function<std::string()> chooseFolder_;
     QComboBox* triggerMode_;
@@ -42,6 +45,15 @@ private:
     std::vector<std::pair<std::string, QCheckBox*>> switches_;
     std::vector<QCheckBox*> groups_;
     std::vector<std::pair<std::string, QCheckBox*>> sets_;
+    QVBoxLayout* pasteRows_;
+    QLineEdit* pasteApp_;
+    QLineEdit* pasteStroke_;
+    QLabel* pasteProblem_;
+    std::vector<std::pair<std::string, std::string>> shownPaste_;
+    QLabel* syncFolder_;
+    QPushButton* chooseSync_;
+    QCheckBox* synced_;
+    QLabel* syncMessage_;
     SharedFoldersBox* folders_;
 };
 

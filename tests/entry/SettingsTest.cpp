@@ -79,5 +79,37 @@ TEST(Settings, WhatIsSwitchedReachesTheEngineAndSharedFoldersTheLibrary) {
     EXPECT_TRUE(h.coordinator->store().shared().empty());
 }
 
+TEST(Settings, PasteStrokesAndTheSyncedFolderAreStoredOrRefusedWithAReason) {
+    Harness h;
+    Settings settings(h.preferences, h.coordinator->store());
+    using Strokes = std::vector<std::pair<std::string, std::string>>;
+    EXPECT_EQ(settings.setPasteShortcut(" emacs ", " Ctrl+Y "), std::nullopt);
+    EXPECT_EQ(settings.setPasteShortcut("urxvt", "alt+v"), std::nullopt);
+    EXPECT_EQ(settings.setPasteShortcut("xterm", "ctrl+bogus"),
+              "\u201Cctrl+bogus\u201D isn't a key stroke, such as ctrl+shift+v.");
+    EXPECT_EQ(settings.setPasteShortcut(" ", "ctrl+v"),
+              "Name the application by its window class, such as firefox.");
+    EXPECT_EQ(settings.pasteShortcuts(), (Strokes{{"emacs", "ctrl+y"}, {"urxvt", "alt+v"}}));
+    EXPECT_EQ(settings.setPasteShortcut("emacs", ""), std::nullopt);
+    EXPECT_EQ(settings.pasteShortcuts(), (Strokes{{"urxvt", "alt+v"}}));
+
+    const std::filesystem::path synced = h.temp / "Sync";
+    EXPECT_EQ(settings.setSync(true), "Choose a synced folder first, in Settings \u2192 Sync.");
+    EXPECT_EQ(settings.setSyncFolder((synced / "x").string()),
+              "\u201C" + (synced / "x").string() + "\u201D isn't a folder.");
+    std::filesystem::create_directories(synced);
+    EXPECT_EQ(settings.setSyncFolder((synced / ".").string()), std::nullopt);
+    EXPECT_EQ(settings.syncFolder(), synced.string() + "/");
+    EXPECT_EQ(settings.setSync(true), "Your snippets are in " + (synced / "Quillet").string() +
+                                          ". Turn this on on your other computers too.");
+    EXPECT_TRUE(settings.isSynced());
+    EXPECT_TRUE(std::filesystem::exists(synced / "Quillet" / "snippets.json"));
+    EXPECT_EQ(settings.setSyncFolder(h.temp.path().string()),
+              "Turn off keeping your snippets there before choosing another folder.");
+    EXPECT_EQ(settings.setSync(false),
+              "Your snippets are on this computer only now. The copy in the synced folder stays "
+              "until you delete it.");
+}
+
 } // namespace
 } // namespace quillet

@@ -28,9 +28,6 @@ public:
     static constexpr std::chrono::milliseconds grace{25};
     /// How long the paste shortcut waits for the user to let go of modifiers.
     static constexpr std::chrono::milliseconds modifierPatience{500};
-    /// The preference mapping application ids to the key stroke that pastes there.
-    static constexpr std::string_view pasteShortcutsKey = "pasteShortcuts";
-
     /// Everything must outlive the executor.
     X11Executor(X11Typer& typer, X11Clipboard& clipboard, const FrontApplication& front,
                 const Preferences& preferences, Scheduler& scheduler);
