@@ -1,5 +1,5 @@
 // Saves a picture of a panel or window: PanelScreenshot
-// form|popup|picker|snippets|overview|collections|settings OUT.png
+// form|popup|picker|snippets|overview|collections|import|settings OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
 #include "library/JsonPreferences.h"
@@ -26,10 +26,10 @@
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(
-            stderr,
-            "usage: %s form|popup|picker|snippets|overview|collections|settings OUT.png [--dark]\n",
-            argv[0]);
+        std::fprintf(stderr,
+                     "usage: %s form|popup|picker|snippets|overview|collections|import|settings "
+                     "OUT.png [--dark]\n",
+                     argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -86,11 +86,13 @@ int main(int argc, char** argv) {
     std::unique_ptr<quillet::LibraryEditor> library;
     quillet::Usage usage;
     std::unique_ptr<quillet::Overview> overview;
+    std::unique_ptr<quillet::ImportExport> transfer;
     std::unique_ptr<quillet::MainWindow> window;
     const std::map<QString, quillet::MainWindow::Page> pages = {
         {QStringLiteral("snippets"), quillet::MainWindow::Page::snippets},
         {QStringLiteral("overview"), quillet::MainWindow::Page::overview},
         {QStringLiteral("collections"), quillet::MainWindow::Page::collections},
+        {QStringLiteral("import"), quillet::MainWindow::Page::transfer},
         {QStringLiteral("settings"), quillet::MainWindow::Page::settings}};
     if (pages.contains(what)) {
         const std::filesystem::path root = home.path().toStdString();
@@ -141,11 +143,13 @@ int main(int argc, char** argv) {
         settings = std::make_unique<quillet::Settings>(*preferences, *store);
         library = std::make_unique<quillet::LibraryEditor>(
             quillet::LibraryEditor::Parts{*store, *preferences, locked});
+        transfer = std::make_unique<quillet::ImportExport>(*store,
+                                                           quillet::Folders::forHome(root, "", ""));
         overview = std::make_unique<quillet::Overview>(
             [&store]() -> const std::vector<quillet::Snippet>& { return store->snippets(); },
             [&usage] { return &usage; });
         window = std::make_unique<quillet::MainWindow>(
-            quillet::MainWindow::Parts{*library, *settings, *overview, nullptr});
+            quillet::MainWindow::Parts{*library, *settings, *overview, *transfer, nullptr});
         if (what == QStringLiteral("snippets")) {
             window->snippetsPage().select(store->snippets()[2].id);
         }

@@ -1,7 +1,6 @@
 #include "entry/Cli.h"
 
 #include "entry/CliExpand.h"
-#include "library/AtomicFile.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryFile.h"
 #include "library/LibraryLocation.h"
@@ -14,7 +13,6 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
-#include <sys/stat.h>
 #include <unicode/uchar.h>
 
 namespace quillet {
@@ -164,35 +162,15 @@ int importFile(const Context& context, const std::vector<std::string>& args) {
     if (paths.size() != (sourceName ? 0 : 1)) {
         return fail(CLI::usage());
     }
-    Transfer::Incoming incoming;
-    if (sourceName) {
-        std::vector<Importers::Source> found = detectedSources();
-        auto source = std::find_if(found.begin(), found.end(), [&](const Importers::Source& s) {
-            return s.name == *sourceName;
-        });
-        if (source == found.end()) {
-            return fail("\u201C" + *sourceName +
-                        "\u201D isn't among the expanders found on this computer.");
-        }
-        incoming = Importers::incoming(source->read());
-    } else if (std::error_code error; std::filesystem::is_directory(paths[0], error)) {
-        std::optional<Importers::Result> read = Importers::readPath(paths[0]);
-        if (!read) {
-            return fail("Couldn't read the file: " + paths[0] +
-                        " is a folder that holds no Espanso matches or Alfred snippets.");
-        }
-        incoming = Importers::incoming(std::move(*read));
-    } else {
-        FileContent file = readFile(paths[0]);
-        if (file.status != ReadStatus::ok) {
-            return fail("Couldn't read the file: " + file.error);
-        }
-        std::optional<Importers::Result> read = Importers::readContent(paths[0], file.bytes);
-        incoming = read ? Importers::incoming(std::move(*read))
-                        : Transfer::read(file.bytes, Importers::foreignJson);
+    std::string error;
+    std::optional<Transfer::Incoming> incoming =
+        sourceName ? Importers::readSource(*sourceName, detectedSources(), error)
+                   : Importers::readImport(paths[0], error);
+    if (!incoming) {
+        return fail(error);
     }
     if (!trust) {
-        if (std::optional<Transfer::Warning> warning = Transfer::trustWarning(incoming.snippets)) {
+        if (std::optional<Transfer::Warning> warning = Transfer::trustWarning(incoming->snippets)) {
             return fail(warning->title + "\n\n" + warning->message);
         }
     }
@@ -202,11 +180,10 @@ int importFile(const Context& context, const std::vector<std::string>& args) {
     if (!snippets) {
         return fail(noLibrary);
     }
-    Transfer::Report report = Transfer::merge(std::move(incoming), *snippets);
+    Transfer::Report report = Transfer::merge(std::move(*incoming), *snippets);
     if (!report.added.empty()) {
         snippets->insert(snippets->end(), std::make_move_iterator(report.added.begin()),
                          std::make_move_iterator(report.added.end()));
-        std::string error;
         if (!writeLibrary(libraryFile, *snippets, error)) {
             return fail("Couldn't save: " + error);
         }
@@ -219,16 +196,12 @@ int exportFile(const std::vector<Snippet>& snippets, const std::vector<std::stri
     if (args.size() > 2) {
         return fail(CLI::usage());
     }
-    const std::string text = Transfer::exportFile(snippets);
     if (args.size() < 2 || args[1] == "-") {
-        std::cout << text << std::flush;
+        std::cout << Transfer::exportFile(snippets) << std::flush;
         return 0;
     }
-    // A file the user asked for gets the permissions any new file of theirs would.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
     std::string error;
-    if (!writeFileAtomically(args[1], text, 0666 & ~mask, error)) {
+    if (!Transfer::writeExport(args[1], snippets, error)) {
         return fail("Couldn't save the file: " + error);
     }
     std::cout << Transfer::exportMessage(snippets) << '\n' << std::flush;

@@ -31,7 +31,8 @@ MainWindow::MainWindow(Parts parts) {
     auto* layout = new QHBoxLayout(central);
     pages_ = new QListWidget(central);
     pages_->setAccessibleName(QStringLiteral("Pages"));
-    for (const char* name : {"Snippets", "Overview", "Collections", "Settings"}) {
+    for (const char* name :
+         {"Snippets", "Overview", "Collections", "Import and Export", "Settings"}) {
         pages_->addItem(QString::fromUtf8(name));
     }
     pages_->setFixedWidth(pages_->sizeHintForColumn(0) + 4 * pages_->frameWidth() + 24);
@@ -54,6 +55,8 @@ MainWindow::MainWindow(Parts parts) {
     collections_ =
         new CollectionsPage(parts.library, parts.settings, {}, [this] { snippets_->refresh(); });
     scrolled(collections_);
+    import_ = new ImportPage(parts.transfer, [this] { snippets_->refresh(); });
+    scrolled(import_);
     settings_ = new SettingsPage(parts.settings, {});
     scrolled(settings_);
     layout->addWidget(pages_);
@@ -63,7 +66,7 @@ MainWindow::MainWindow(Parts parts) {
         stack_->setCurrentIndex(row);
         refresh(); // figures and lists as of now
     });
-    // Ctrl+1 to Ctrl+4 go to the pages, as tabs do in a browser.
+    // Ctrl+1 to Ctrl+5 go to the pages, as tabs do in a browser.
     for (int i = 0; i < pages_->count(); ++i) {
         auto* go = new QAction(this);
         go->setShortcut(QKeySequence(Qt::CTRL | Qt::Key(Qt::Key_1 + i)));
@@ -99,6 +102,9 @@ void MainWindow::refresh() {
         break;
     case Page::collections:
         collections_->refresh();
+        break;
+    case Page::transfer:
+        import_->refresh();
         break;
     case Page::settings:
         settings_->refresh();

@@ -165,11 +165,12 @@ int runShell(int argc, char** argv) {
     Overview overview(
         [&coordinator]() -> const std::vector<Snippet>& { return coordinator.store().snippets(); },
         usage);
+    ImportExport transfer(coordinator.store(), Folders::current());
     // Built when first asked for: most sessions never open it, and its widgets cost memory.
     auto openWindow = [&](MainWindow::Page page) {
         if (!mainWindow) {
             mainWindow = std::make_unique<MainWindow>(
-                MainWindow::Parts{library, settings, overview, &coordinator});
+                MainWindow::Parts{library, settings, overview, transfer, &coordinator});
         }
         mainWindow->open(page);
     };

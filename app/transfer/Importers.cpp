@@ -171,4 +171,36 @@ Transfer::Incoming Importers::incoming(Result result) {
     return in;
 }
 
+std::optional<Transfer::Incoming> Importers::readImport(const fs::path& path, std::string& error) {
+    if (isFolder(path)) {
+        std::optional<Result> read = readPath(path);
+        if (!read) {
+            error = "Couldn't read the file: " + path.string() +
+                    " is a folder that holds no Espanso matches or Alfred snippets.";
+            return std::nullopt;
+        }
+        return incoming(std::move(*read));
+    }
+    FileContent file = readFile(path);
+    if (file.status != ReadStatus::ok) {
+        error = "Couldn't read the file: " + file.error;
+        return std::nullopt;
+    }
+    // What no other expander wrote is one of this program's own formats, or CSV.
+    std::optional<Result> read = readContent(path, file.bytes);
+    return read ? incoming(std::move(*read)) : Transfer::read(file.bytes, foreignJson);
+}
+
+std::optional<Transfer::Incoming> Importers::readSource(const std::string& name,
+                                                        const std::vector<Source>& found,
+                                                        std::string& error) {
+    auto source =
+        std::find_if(found.begin(), found.end(), [&](const Source& s) { return s.name == name; });
+    if (source == found.end()) {
+        error = "\u201C" + name + "\u201D isn't among the expanders found on this computer.";
+        return std::nullopt;
+    }
+    return incoming(source->read());
+}
+
 } // namespace quillet

@@ -66,6 +66,16 @@ public:
 
     /// The snippets a reader's entries make, with its lines, ready for the merge.
     static Transfer::Incoming incoming(Result result);
+
+    /// The snippets of a file or folder the user chose to import: another expander's, or else
+    /// an exchange, JSON or CSV file. Nothing, with error set, when it cannot be read.
+    static std::optional<Transfer::Incoming> readImport(const std::filesystem::path& path,
+                                                        std::string& error);
+
+    /// The snippets of the source named name among found. Nothing, with error set, when none
+    /// has that name.
+    static std::optional<Transfer::Incoming>
+    readSource(const std::string& name, const std::vector<Source>& found, std::string& error);
 };
 
 } // namespace quillet

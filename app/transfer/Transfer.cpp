@@ -1,5 +1,6 @@
 #include "transfer/Transfer.h"
 
+#include "library/AtomicFile.h"
 #include "library/Site.h"
 #include "library/Text.h"
 #include "transfer/Csv.h"
@@ -7,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <sys/stat.h>
 #include <unordered_map>
 
 namespace quillet {
@@ -381,6 +383,14 @@ std::string Transfer::exportMessage(const std::vector<Snippet>& library) {
         message += " Locked snippets are exported without their text.";
     }
     return message;
+}
+
+bool Transfer::writeExport(const std::filesystem::path& path, const std::vector<Snippet>& library,
+                           std::string& error) {
+    // The umask can only be read by setting it; it is put back at once.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return writeFileAtomically(path, exportFile(library), 0666 & ~mask, error);
 }
 
 Transfer::Incoming Transfer::read(std::string_view bytes, const ForeignReader& foreign) {

@@ -2,6 +2,7 @@
 
 #include "library/Snippet.h"
 
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -102,6 +103,11 @@ public:
 
     /// What the user is told once exportFile's text was saved.
     static std::string exportMessage(const std::vector<Snippet>& library);
+
+    /// Writes exportFile's text to path atomically, with the permissions any new file of the
+    /// user's gets; false, with error set, when it was not written.
+    static bool writeExport(const std::filesystem::path& path, const std::vector<Snippet>& library,
+                            std::string& error);
 
     /// The snippets of an import file's bytes, trying in turn the exchange file, a bare list of
     /// entries, foreign JSON (when a reader is given) and CSV.

@@ -32,7 +32,8 @@ TEST(MainWindow, PagesWorkTogetherAndEveryControlHasAName) {
     LibraryEditor library({store, h.preferences, h.coordinator->locked()});
     Overview overview([&]() -> const std::vector<Snippet>& { return store.snippets(); },
                       [&] { return &usage; });
-    MainWindow window({library, settings, overview, h.coordinator.get()});
+    ImportExport transfer(store, h.folders);
+    MainWindow window({library, settings, overview, transfer, h.coordinator.get()});
     window.open(MainWindow::Page::settings);
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
 

@@ -1015,15 +1015,6 @@ void X11KeySource::releaseHold(bool announce) {
         return;
     }
     Display* hold = hold_->display();
-    // The keys caught so far go out while every keyboard is still held, through one the hold
-    // leaves alone: a key the user types meanwhile is caught in turn and follows them, where
-    // after the grabs ended it could overtake them. Until no more arrive.
-    do {
-        XSync(hold, False);
-        if (dispatching_ == 0) {
-            readHold();
-        }
-    } while (replayQueued(announce));
     // A key caught here began the next expansion: what was typed after it waits for that one
     // to end. Should it never run, the keyboard is let go after a while all the same.
     auto keepForNext = [this, announce] {
@@ -1037,9 +1028,36 @@ void X11KeySource::releaseHold(bool announce) {
                                  }
                              });
     };
-    if (!queued_.empty() && queued_.front().barrier) {
-        keepForNext();
-        return;
+    // The grabs end while other clients wait, once nothing caught is left unread: a key an
+    // automation tool or on-screen keyboard sends just then would otherwise reach the
+    // application ahead of one caught a moment before, which goes out only once read. Nothing
+    // is handled while they wait, as handling a key may ask the server through another
+    // connection.
+    bool serverHeld = false;
+    while (true) {
+        // The keys caught so far go out while every keyboard is still held, through one the
+        // hold leaves alone: a key the user types meanwhile is caught in turn and follows them,
+        // where after the grabs ended it could overtake them. Until no more arrive.
+        do {
+            XSync(hold, False);
+            if (dispatching_ == 0) {
+                readHold();
+            }
+        } while (replayQueued(announce));
+        if (!queued_.empty() && queued_.front().barrier) {
+            keepForNext();
+            return;
+        }
+        if (dispatching_ != 0) {
+            break; // a report is being handled: what it left unread is read after it
+        }
+        XGrabServer(hold);
+        XSync(hold, False);
+        if (XPending(hold) == 0) {
+            serverHeld = true;
+            break;
+        }
+        XUngrabServer(hold); // more came in: they go out first
     }
     ++holdGeneration_;
     for (int device : heldDevices_) {
@@ -1050,6 +1068,10 @@ void X11KeySource::releaseHold(bool announce) {
     // be typing, its press would land on a key the user holds down there: the server takes that
     // for a repeat, and the key's release goes missing.
     XSync(hold, False);
+    if (serverHeld) {
+        XUngrabServer(hold);
+        XFlush(hold);
+    }
     if (dispatching_ == 0) {
         readHold();
     }
