@@ -247,13 +247,10 @@ void SnippetsPage::select(const Uuid& id) {
 void SnippetsPage::create() {
     std::string error;
     std::optional<Uuid> id = editor_.create(error);
-    showProblem(problem_, id ? std::nullopt : std::optional(error));
     if (id) {
         search_->clear();
-        refresh();
-        select(*id);
-        pane_->focusAbbreviation();
     }
+    edit(id, error);
 }
 
 void SnippetsPage::duplicate() {
@@ -263,11 +260,14 @@ void SnippetsPage::duplicate() {
     }
     pane_->flush();
     std::string error;
-    std::optional<Uuid> copy = editor_.duplicate(*id, error);
-    showProblem(problem_, copy ? std::nullopt : std::optional(error));
-    if (copy) {
+    edit(editor_.duplicate(*id, error), error);
+}
+
+void SnippetsPage::edit(const std::optional<Uuid>& added, const std::string& error) {
+    showProblem(problem_, added ? std::nullopt : std::optional(error));
+    if (added) {
         refresh();
-        select(*copy);
+        select(*added);
         pane_->focusAbbreviation();
     }
 }

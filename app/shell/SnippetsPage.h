@@ -51,6 +51,8 @@ protected:
 
 private:
     std::optional<Uuid> current() const;
+    /// Lists and edits a snippet just added, or shows why none was.
+    void edit(const std::optional<Uuid>& added, const std::string& error);
     void showUndo();
     void showArchiveLabel();
 
