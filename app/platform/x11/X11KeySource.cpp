@@ -326,6 +326,7 @@ void X11KeySource::closeConnections() {
         grab->keycode = 0;
     }
     holding_ = false;
+    holdCaught_ = false;
     heldDevices_.clear();
     queued_.clear();
     swallowed_.clear();
@@ -916,6 +917,9 @@ void X11KeySource::readHold() {
         const auto group = static_cast<unsigned>(key->group.effective);
         if ((press || cookie.evtype == XI_KeyRelease) && holding_ &&
             heldDevices_.count(key->deviceid) > 0) {
+            // Releases alone don't count: those of keys pressed before the hold go out after
+            // its end in any case.
+            holdCaught_ = holdCaught_ || press;
             ++dispatching_;
             heldKey(keycode, press, mods, group);
             --dispatching_;
@@ -1028,11 +1032,12 @@ void X11KeySource::releaseHold(bool announce) {
                                  }
                              });
     };
-    // The grabs end while other clients wait, once nothing caught is left unread: a key an
-    // automation tool or on-screen keyboard sends just then would otherwise reach the
-    // application ahead of one caught a moment before, which goes out only once read. Nothing
-    // is handled while they wait, as handling a key may ask the server through another
-    // connection.
+    // Once the hold has caught keys, the grabs end while other clients wait, and only when
+    // nothing caught is left unread: a key an automation tool or on-screen keyboard sends just
+    // then would otherwise reach the application ahead of one caught a moment before, which
+    // goes out only once read. A hold that caught nothing skips the wait, which would hold up
+    // the application drawing the expansion. Nothing is handled while clients wait, as handling
+    // a key may ask the server through another connection.
     bool serverHeld = false;
     while (true) {
         // The keys caught so far go out while every keyboard is still held, through one the
@@ -1048,8 +1053,8 @@ void X11KeySource::releaseHold(bool announce) {
             keepForNext();
             return;
         }
-        if (dispatching_ != 0) {
-            break; // a report is being handled: what it left unread is read after it
+        if (dispatching_ != 0 || !holdCaught_) {
+            break; // a report being handled reads what it left unread after it
         }
         XGrabServer(hold);
         XSync(hold, False);
@@ -1099,6 +1104,7 @@ void X11KeySource::releaseHold(bool announce) {
     }
     replayQueued(announce);
     holding_ = false;
+    holdCaught_ = false;
     heldDevices_.clear();
     swallowed_.clear();
     heldPresses_.clear();

@@ -163,6 +163,7 @@ private:
     std::uint64_t activations_ = 0; // presses that turned a passive grab into an active one
 
     bool holding_ = false;
+    bool holdCaught_ = false; // a press reached this hold's grabs
     int ownKeyboard_ = -1;
     int ownMaster_ = -1;
     int xiOpcode_ = -1;
