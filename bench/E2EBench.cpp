@@ -310,8 +310,9 @@ struct Expansions {
 };
 
 // Types ";hi" runs times, each into an emptied editor with the engine at rest and a text of the
-// user's on the clipboard; figures for the first measured runs. The latency runs from the last
-// key the editor saw (the last change showing part of the abbreviation) to the final text.
+// user's on the clipboard; figures for the first measured runs. The latency runs from the
+// editor showing the abbreviation's last character to its showing the final text; the erase
+// in between is part of it.
 Expansions expand(TextWindow& editor, Typist& typist, UserClipboard& clipboard,
                   QuilletProcess& quillet, int runs, int measured) {
     Expansions out;
@@ -340,11 +341,8 @@ Expansions expand(TextWindow& editor, Typist& typist, UserClipboard& clipboard,
             continue;
         }
         const Clock::time_point shown = changes.back().first;
-        auto typed = std::find_if(changes.rbegin(), changes.rend(), [](const auto& c) {
-            return !c.second.empty() && std::string_view(";hi").starts_with(c.second);
-        });
-        if (typed != changes.rend()) {
-            out.latencies.push_back(ms(typed->first, shown));
+        if (trigger != changes.end()) {
+            out.latencies.push_back(ms(trigger->first, shown));
         }
         if (back) {
             out.clipboardBack.push_back(ms(shown, *back));

@@ -1100,32 +1100,54 @@ void Expander::whenQueueEmpty(std::function<void()> then) {
 }
 
 void Expander::next() {
-    if (queue_.empty()) {
-        running_ = false;
-        for (auto& then : std::exchange(drained_, {})) {
-            then();
-        }
-        return;
-    }
-    running_ = true;
-    Step step = std::move(queue_.front());
-    queue_.pop_front();
-    // The next step runs from the scheduler, never inside the executor's call, so an executor
-    // that finishes at once cannot nest one step in another.
+    // A step whose executor answers at once is followed by the next in the same turn: a trip
+    // through the scheduler would queue the expansion behind all that waits there, such as the
+    // echoes of the keys it just typed. One that answers later resumes from the scheduler, so
+    // no step ever runs inside another's executor call.
+    enum class Call { running, answered, returned, over };
     std::weak_ptr<Expander*> alive = self_;
-    auto called = std::make_shared<bool>(false);
-    Executor::Done done = [alive, called] {
-        auto self = alive.lock();
-        if (!self || std::exchange(*called, true)) {
+    while (true) {
+        if (queue_.empty()) {
+            running_ = false;
+            for (auto& then : std::exchange(drained_, {})) {
+                then();
+            }
             return;
         }
-        Expander* engine = *self;
-        engine->scheduler_.post([alive, engine] {
-            if (alive.lock()) {
-                engine->next();
+        running_ = true;
+        Step step = std::move(queue_.front());
+        queue_.pop_front();
+        auto call = std::make_shared<Call>(Call::running);
+        Executor::Done done = [alive, call] {
+            auto self = alive.lock();
+            if (!self || *call == Call::answered || *call == Call::over) {
+                return;
             }
-        });
-    };
+            if (*call == Call::running) {
+                *call = Call::answered;
+                return;
+            }
+            *call = Call::over;
+            Expander* engine = *self;
+            engine->scheduler_.post([alive, engine] {
+                if (alive.lock()) {
+                    engine->next();
+                }
+            });
+        };
+        run(step, std::move(done));
+        if (!alive.lock()) {
+            return;
+        }
+        if (*call != Call::answered) {
+            *call = Call::returned;
+            return;
+        }
+        *call = Call::over;
+    }
+}
+
+void Expander::run(const Step& step, Executor::Done done) {
     switch (step.kind) {
     case Step::Kind::erase:
         executor_.erase(step.count, std::move(done));

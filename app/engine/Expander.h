@@ -276,6 +276,7 @@ private:
 
     void enqueue(Step step);
     void next();
+    void run(const Step& step, Executor::Done done);
 
     KeySource& keys_;
     Executor& executor_;
