@@ -367,6 +367,7 @@ private:
     Atoms atoms_{};
     Window window_ = None;
     mutable std::vector<Atom> slots_; // properties for formats asked for together
+    std::map<std::string, Atom> typeAtoms_; // the served types' atoms, interned once
     std::size_t chunk_ = 0; // the largest answer sent whole, and the size of each increment
     std::unique_ptr<Served> served_;
     std::vector<Transfer> transfers_;
@@ -561,13 +562,24 @@ bool X11Clipboard::Impl::own(std::vector<ClipboardItem> items, std::uint64_t off
     Display* d = display();
     auto served = std::make_unique<Served>();
     served->items = std::move(items);
-    std::vector<char*> typeNames;
+    // Every expansion serves the same few types: their atoms are asked for once, not on each
+    // paste's path.
+    std::vector<char*> unknown;
     for (const ClipboardItem& item : served->items) {
-        typeNames.push_back(const_cast<char*>(item.type.c_str()));
+        if (typeAtoms_.count(item.type) == 0) {
+            unknown.push_back(const_cast<char*>(item.type.c_str()));
+        }
     }
-    served->atoms.resize(typeNames.size());
-    XInternAtoms(d, typeNames.data(), static_cast<int>(typeNames.size()), False,
-                 served->atoms.data());
+    if (!unknown.empty()) {
+        std::vector<Atom> atoms(unknown.size());
+        XInternAtoms(d, unknown.data(), static_cast<int>(unknown.size()), False, atoms.data());
+        for (std::size_t i = 0; i < unknown.size(); ++i) {
+            typeAtoms_[unknown[i]] = atoms[i];
+        }
+    }
+    for (const ClipboardItem& item : served->items) {
+        served->atoms.push_back(typeAtoms_[item.type]);
+    }
     served->offer = offer;
     served->since = serverTime();
 
