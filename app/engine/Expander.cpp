@@ -411,6 +411,14 @@ void Expander::update(SnippetList library) {
     syncGrabs();
 }
 
+std::optional<Expander::Site> Expander::Site::fromNotice(std::string_view notice) {
+    const std::size_t blank = notice.find(' ');
+    if (blank == std::string_view::npos || blank == 0 || blank + 1 == notice.size()) {
+        return std::nullopt;
+    }
+    return Site{std::string(notice.substr(0, blank)), std::string(notice.substr(blank + 1))};
+}
+
 void Expander::setSite(std::optional<Site> site) {
     if (site == site_) {
         return;

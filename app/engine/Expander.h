@@ -61,6 +61,9 @@ public:
         std::string host;    ///< the site's host, normalised, such as "mail.example.com"
 
         bool operator==(const Site&) const = default;
+
+        /// The bridge's notice, "<browser id> <host>"; nothing without a browser or a host.
+        static std::optional<Site> fromNotice(std::string_view notice);
     };
 
     /// One intention of an insertion plan, carried out by the Executor.

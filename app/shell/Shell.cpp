@@ -16,6 +16,7 @@
 #include "shell/PopupPanel.h"
 #include "shell/QtScheduler.h"
 #include "shell/SingleInstance.h"
+#include "shell/SiteListener.h"
 #include "shell/SuggestionNotifier.h"
 #include "shell/Tray.h"
 #include "shell/UnlockDialog.h"
@@ -55,6 +56,7 @@ int runShell(int argc, char** argv) {
     Appearance appearance(app);
     std::unique_ptr<Tray> tray;
     std::unique_ptr<SuggestionNotifier> notifier;
+    std::unique_ptr<SiteListener> sites;
     std::unique_ptr<MainWindow> mainWindow;
     auto refreshTray = [&] {
         appearance.apply(preferences.text(Coordinator::appearanceKey).value_or("system"));
@@ -182,6 +184,15 @@ int runShell(int argc, char** argv) {
         [&openWindow] { openWindow(MainWindow::Page::settings); },
         [&openWindow] { openWindow(MainWindow::Page::snippets); });
     notifier = std::make_unique<SuggestionNotifier>(coordinator, logLine);
+    // The latest report wins: a browser's extension reports again when its window comes to the
+    // front, and the engine counts a site only while the window in front is that browser's.
+    sites = std::make_unique<SiteListener>(
+        [&coordinator](const std::string& notice) {
+            if (Expander* engine = coordinator.engine()) {
+                engine->setSite(Expander::Site::fromNotice(notice));
+            }
+        },
+        logLine);
     coordinator.start();
     const int status = QApplication::exec();
 

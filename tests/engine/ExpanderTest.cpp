@@ -465,6 +465,12 @@ TEST(ExpanderScope, SiteEntriesCoverTheirSubdomainsOnly) {
     EXPECT_FALSE(at("badexample.com"));
     EXPECT_FALSE(at("example.com.evil.net"));
     EXPECT_FALSE(Expander::admits(s, "", Expander::Site{"", "example.com"}));
+    // The bridge's notices: a browser without a site, or a site without a browser, is none.
+    EXPECT_EQ(Expander::Site::fromNotice("Chromium mail.example.com"),
+              (Expander::Site{"Chromium", "mail.example.com"}));
+    for (std::string_view notice : {"Chromium ", " example.com", "", "Chromium"}) {
+        EXPECT_EQ(Expander::Site::fromNotice(notice), std::nullopt) << notice;
+    }
 }
 
 TEST(ExpanderAsync, LockedSnippetsExpandOnlyOnceTheOwnerConfirms) {
