@@ -150,27 +150,16 @@ TEST_F(BridgeInstall, WritesTheManifestForEachBrowserFoundAndSaysWhich) {
     EXPECT_EQ(some.message, "Set up for Chromium, Microsoft Edge, Vivaldi, Firefox" + then);
     EXPECT_TRUE(BrowserBridge::isInstalled(folders));
     EXPECT_FALSE(fs::exists(config / "BraveSoftware"));
+    auto manifest = [](const std::string& key, const std::string& allowed) {
+        return "{\n  \"" + key + "\": [\n    \"" + allowed +
+               "\"\n  ],\n  \"description\": \"Quillet\",\n  \"name\": \"com.quillet.site\",\n  "
+               "\"path\": \"/usr/bin/quillet\",\n  \"type\": \"stdio\"\n}\n";
+    };
     EXPECT_EQ(testing::contentsOf(config / "vivaldi/NativeMessagingHosts/com.quillet.site.json"),
-              "{\n"
-              "  \"allowed_origins\": [\n"
-              "    \"chrome-extension://hbnpkcdalmgiefojhbnpkcdalmgiefoj/\"\n"
-              "  ],\n"
-              "  \"description\": \"Quillet\",\n"
-              "  \"name\": \"com.quillet.site\",\n"
-              "  \"path\": \"/usr/bin/quillet\",\n"
-              "  \"type\": \"stdio\"\n"
-              "}\n");
+              manifest("allowed_origins", "chrome-extension://hbnpkcdalmgiefojhbnpkcdalmgiefoj/"));
     EXPECT_EQ(
         testing::contentsOf(temp / "home/.mozilla/native-messaging-hosts/com.quillet.site.json"),
-        "{\n"
-        "  \"allowed_extensions\": [\n"
-        "    \"quillet-site@quillet.example\"\n"
-        "  ],\n"
-        "  \"description\": \"Quillet\",\n"
-        "  \"name\": \"com.quillet.site\",\n"
-        "  \"path\": \"/usr/bin/quillet\",\n"
-        "  \"type\": \"stdio\"\n"
-        "}\n");
+        manifest("allowed_extensions", "quillet-site@quillet.example"));
 
     // Chromium's browsers keep their folders where XDG_CONFIG_HOME says.
     Folders xdg = Folders::forHome(temp / "home", "", (temp / "xdg").string());
