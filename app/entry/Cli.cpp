@@ -1,11 +1,13 @@
 #include "entry/Cli.h"
 
+#include "entry/BrowserBridge.h"
 #include "entry/CliExpand.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryFile.h"
 #include "library/LibraryLocation.h"
 #include "library/LibraryLock.h"
 #include "library/Text.h"
+#include "platform/linux/DBusSiteSink.h"
 #include "transfer/Importers.h"
 #include "transfer/Transfer.h"
 
@@ -14,6 +16,7 @@
 #include <iostream>
 #include <iterator>
 #include <unicode/uchar.h>
+#include <unistd.h>
 
 namespace quillet {
 namespace {
@@ -208,11 +211,28 @@ int exportFile(const std::vector<Snippet>& snippets, const std::vector<std::stri
     return 0;
 }
 
+// The native-messaging host: status 0 whichever way the input ends.
+int serveBrowser() {
+    DBusSiteSink sink;
+    BrowserBridge::serve(STDIN_FILENO, BrowserBridge::callingBrowser(), sink);
+    return 0;
+}
+
+int installBridge() {
+    BrowserBridge::Installed installed =
+        BrowserBridge::install(Folders::current(), BrowserBridge::ownExecutable());
+    if (installed.browsers.empty()) {
+        return fail(installed.message);
+    }
+    std::cout << installed.message << '\n' << std::flush;
+    return 0;
+}
+
 } // namespace
 
 const std::vector<std::string>& CLI::commands() {
-    static const std::vector<std::string> words = {
-        "list", "expand", "add", "import", "sources", "export", "help", "--help", "-h"};
+    static const std::vector<std::string> words = {"list",   "expand", "add",  "import", "sources",
+                                                   "export", "bridge", "help", "--help", "-h"};
     return words;
 }
 
@@ -233,7 +253,11 @@ const std::string& CLI::usage() {
         "       snippets sources                                the expanders found on this "
         "computer\n"
         "       snippets export [file]                          write every snippet to an "
-        "exchange file, or to stdout";
+        "exchange file, or to stdout\n"
+        "       snippets bridge install                         let Chrome, Chromium, Brave, "
+        "Edge, Vivaldi and Firefox\n"
+        "                                                       tell Quillet which website they "
+        "show";
     return text;
 }
 
@@ -243,8 +267,8 @@ std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
     }
     const std::vector<std::string> args(arguments.begin() + 1, arguments.end());
     const std::string& word = args[0];
-    if (word.starts_with("chrome-extension://")) {
-        return fail("The browser bridge is not part of this build yet.");
+    if (BrowserBridge::isHostCall(args)) {
+        return serveBrowser();
     }
     const auto& known = commands();
     if (std::find(known.begin(), known.end(), word) == known.end()) {
@@ -256,6 +280,9 @@ std::optional<int> CLI::run(const std::vector<std::string>& arguments) {
     }
     if (word == "sources") {
         return args.size() == 1 ? sources() : fail(usage());
+    }
+    if (word == "bridge") {
+        return args.size() == 2 && args[1] == "install" ? installBridge() : fail(usage());
     }
     Context context;
     // One read serves list and export; add and import read again under the lock, and expand on

@@ -3,6 +3,7 @@
 #include "engine/Executor.h"
 #include "engine/Expander.h"
 #include "engine/Typos.h"
+#include "entry/BrowserBridge.h"
 #include "entry/Coordinator.h"
 #include "library/Text.h"
 #include "render/Tokens.h"
@@ -282,6 +283,22 @@ std::optional<std::string> Settings::setPasteShortcut(const std::string& app,
 
 const std::string& Settings::stopUsingLabel() {
     return SharedFolder::stopUsing();
+}
+
+bool Settings::browsersSetUp() const {
+    return BrowserBridge::isInstalled(store_.location().folders());
+}
+
+std::string Settings::browsersState() const {
+    return browsersSetUp() ? "Set up: snippets limited to websites know the site your browser "
+                             "shows."
+                           : "Not set up: snippets limited to websites don't know the site your "
+                             "browser shows.";
+}
+
+std::string Settings::setUpBrowsers() {
+    return BrowserBridge::install(store_.location().folders(), BrowserBridge::ownExecutable())
+        .message;
 }
 
 } // namespace quillet

@@ -102,6 +102,13 @@ public:
     /// The button that takes a folder off the list.
     static const std::string& stopUsingLabel();
 
+    /// True when a browser has the host manifest that lets the Quillet extension report sites.
+    bool browsersSetUp() const;
+    /// What the page says of the browsers: set up or not, and what for.
+    std::string browsersState() const;
+    /// Writes the host manifest for every browser found; what the user is told.
+    std::string setUpBrowsers();
+
 private:
     Preferences& preferences_;
     SnippetStore& store_;

@@ -230,11 +230,36 @@ SettingsPage::SettingsPage(Settings& settings, std::function<std::string()> choo
 
     folders_ = new SharedFoldersBox(settings_, chooseFolder_, false, this);
     page->addWidget(folders_);
+
+    // Browser extension: the browsers told where the host is that reports their site.
+    QGroupBox* browser = section(QStringLiteral("Browser extension"));
+    auto* browserLayout = new QVBoxLayout(browser);
+    auto* browserRow = new QHBoxLayout;
+    browsersState_ = new QLabel(browser);
+    browsersState_->setWordWrap(true);
+    browsersState_->setAccessibleName(QStringLiteral("Browser extension state"));
+    auto* setUp = new QPushButton(QStringLiteral("Set Up &Browsers"), browser);
+    setUp->setAccessibleName(QStringLiteral("Set up browsers for the Quillet extension"));
+    browserRow->addWidget(browsersState_, 1);
+    browserRow->addWidget(setUp);
+    browserLayout->addLayout(browserRow);
+    browsersMessage_ = new QLabel(browser);
+    browsersMessage_->setWordWrap(true);
+    browsersMessage_->setAccessibleName(QStringLiteral("Browser extension message"));
+    browsersMessage_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    browsersMessage_->hide();
+    browserLayout->addWidget(browsersMessage_);
+    connect(setUp, &QPushButton::clicked, this, [this] {
+        browsersMessage_->setText(qt(settings_.setUpBrowsers()));
+        browsersMessage_->show();
+        refresh();
+    });
     page->addStretch();
     refresh();
 }
 
 void SettingsPage::refresh() {
+    browsersState_->setText(qt(settings_.browsersState()));
     {
         const QSignalBlocker quiet(triggerMode_);
         triggerMode_->setCurrentIndex(

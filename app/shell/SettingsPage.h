@@ -55,6 +55,8 @@ private:
     QCheckBox* synced_;
     QLabel* syncMessage_;
     SharedFoldersBox* folders_;
+    QLabel* browsersState_;
+    QLabel* browsersMessage_;
 };
 
 } // namespace quillet

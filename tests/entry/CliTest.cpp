@@ -83,7 +83,7 @@ TEST_F(CliTest, UnknownWordsGoToTheApplicationAndAMissingOrDamagedLibraryIsLeftA
         ProcessResult r = run({word});
         EXPECT_EQ(r.status, 0) << word;
         EXPECT_TRUE(r.out.starts_with("usage: snippets list      ")) << r.out;
-        EXPECT_TRUE(r.out.ends_with("exchange file, or to stdout\n"));
+        EXPECT_TRUE(r.out.ends_with("which website they show\n"));
         EXPECT_EQ(r.err, "");
     }
     testing::writeText(home / "in.csv", "a,b");
@@ -314,6 +314,24 @@ TEST_F(CliTest, ExportWritesTheFileOrStandardOutputOnly) {
              "Added 0 snippets. Left out:\n\u2022 ;a: you already have one.\n\u2022 ;s: you "
              "already have one.\n",
              ""}});
+}
+
+TEST_F(CliTest, BridgeInstallSetsUpTheBrowsersFoundForThisExecutable) {
+    expect({{{"bridge", "install"}, 1, "", "No Chrome, Brave, Edge, Vivaldi or Chromium found.\n"},
+            {{"bridge"}, 1, "", "usage: snippets"}});
+    std::filesystem::create_directories(home / ".config/google-chrome");
+    expect({{{"bridge", "install"},
+             0,
+             "Set up for Google Chrome. Now add the Quillet extension: open the extensions page, "
+             "turn on Developer mode, choose Load unpacked and pick the app/ChromeExtension folder "
+             "in the Quillet source. Then a snippet set to \u201COnly in\u2026\u201D a website "
+             "expands only there.\n",
+             ""}});
+    const std::string manifest = testing::contentsOf(
+        home / ".config/google-chrome/NativeMessagingHosts/com.quillet.site.json");
+    // The link `snippets` resolved: the browser starts the executable itself.
+    const std::string executable = std::filesystem::canonical(QUILLET_EXECUTABLE).string();
+    EXPECT_NE(manifest.find("\"path\": \"" + executable + "\""), std::string::npos) << manifest;
 }
 
 } // namespace

@@ -84,5 +84,22 @@ TEST(SettingsPage, ChangesAreWrittenAtOnceAndTheFileIsFollowed) {
                  std::runtime_error);
 }
 
+TEST(SettingsPage, SetsUpTheBrowsersFoundAndSaysSo) {
+    testing::CoordinatorHarness<QtScheduler> h;
+    Settings settings(h.preferences, h.coordinator->store());
+    SettingsPage page(settings);
+    auto& state = named<QLabel>(page, "Browser extension state");
+    auto& message = named<QLabel>(page, "Browser extension message");
+    auto& setUp = named<QPushButton>(page, "Set up browsers for the Quillet extension");
+    EXPECT_TRUE(state.text().startsWith("Not set up")) << state.text().toStdString();
+    setUp.click();
+    EXPECT_EQ(message.text(), QStringLiteral("No Chrome, Brave, Edge, Vivaldi or Chromium found."));
+    std::filesystem::create_directories(h.folders.config.parent_path() / "chromium");
+    setUp.click();
+    EXPECT_TRUE(message.text().startsWith("Set up for Chromium. Now add"))
+        << message.text().toStdString();
+    EXPECT_TRUE(state.text().startsWith("Set up:")) << state.text().toStdString();
+}
+
 } // namespace
 } // namespace quillet

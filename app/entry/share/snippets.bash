@@ -6,7 +6,7 @@ _snippets() {
         cword=$COMP_CWORD
     }
     if [ "$cword" -eq 1 ]; then
-        COMPREPLY=($(compgen -W "list expand add import sources export help" -- "$cur"))
+        COMPREPLY=($(compgen -W "list expand add import sources export bridge help" -- "$cur"))
         return
     fi
     case "${COMP_WORDS[1]}" in
@@ -33,6 +33,9 @@ _snippets() {
             compopt -o filenames 2>/dev/null
             COMPREPLY=($(compgen -f -- "$cur"))
         fi
+        ;;
+    bridge)
+        [ "$cword" -eq 2 ] && COMPREPLY=($(compgen -W "install" -- "$cur"))
         ;;
     esac
 }
