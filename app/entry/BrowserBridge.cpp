@@ -59,7 +59,7 @@ std::string manifest(const fs::path& executable, bool firefox) {
     if (firefox) {
         m["allowed_extensions"] = {BrowserBridge::firefoxAddOn};
     } else {
-        m["allowed_origins"] = {BrowserBridge::allowedOrigin};
+        m["allowed_origins"] = {BrowserBridge::allowedOrigin, BrowserBridge::shippedOrigin};
     }
     return m.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }

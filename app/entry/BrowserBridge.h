@@ -17,9 +17,12 @@ class SiteSink;
 struct BrowserBridge {
     /// The host's name; its manifest is this name with ".json".
     static constexpr std::string_view hostName = "com.quillet.site";
-    /// The only extension Chromium-family browsers let start the host.
+    /// The extensions Chromium-family browsers let start the host: the published one, and the
+    /// one in app/ChromeExtension, whose manifest's key fixes its id when loaded unpacked.
     static constexpr std::string_view allowedOrigin =
         "chrome-extension://hbnpkcdalmgiefojhbnpkcdalmgiefoj/";
+    static constexpr std::string_view shippedOrigin =
+        "chrome-extension://pflhjiadgdngaiohagpgcnonoklmcmpf/";
     /// The only add-on Firefox lets start the host.
     static constexpr std::string_view firefoxAddOn = "quillet-site@quillet.example";
     /// The largest message read; a longer one ends the host.

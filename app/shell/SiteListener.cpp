@@ -1,5 +1,7 @@
 #include "shell/SiteListener.h"
 
+#include "platform/Trace.h"
+
 #include <QDBusConnection>
 
 namespace quillet {
@@ -19,6 +21,7 @@ SiteListener::SiteListener(std::function<void(const std::string&)> heard,
 
 void SiteListener::changed(const QString& notice) {
     heard_(notice.toStdString());
+    trace("site " + notice.toStdString()); // once the engine has it, for tests to wait on
 }
 
 } // namespace quillet

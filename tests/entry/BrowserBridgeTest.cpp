@@ -156,7 +156,9 @@ TEST_F(BridgeInstall, WritesTheManifestForEachBrowserFoundAndSaysWhich) {
                "\"path\": \"/usr/bin/quillet\",\n  \"type\": \"stdio\"\n}\n";
     };
     EXPECT_EQ(testing::contentsOf(config / "vivaldi/NativeMessagingHosts/com.quillet.site.json"),
-              manifest("allowed_origins", "chrome-extension://hbnpkcdalmgiefojhbnpkcdalmgiefoj/"));
+              manifest("allowed_origins",
+                       "chrome-extension://hbnpkcdalmgiefojhbnpkcdalmgiefoj/\",\n"
+                       "    \"chrome-extension://pflhjiadgdngaiohagpgcnonoklmcmpf/"));
     EXPECT_EQ(
         testing::contentsOf(temp / "home/.mozilla/native-messaging-hosts/com.quillet.site.json"),
         manifest("allowed_extensions", "quillet-site@quillet.example"));

@@ -172,5 +172,41 @@ TEST(ShellEndToEnd, ASnippetWrittenInTheWindowExpandsAtOnce) {
     }
 }
 
+// A snippet limited to a website expands there, told by the browser bridge's signal, and only
+// while the window in front is the reporting browser's.
+TEST(ShellEndToEnd, ASiteScopedSnippetExpandsOnlyOnTheSiteTheBrowserReports) {
+    setenv("QUILLET_TRACE", "1", 1);
+    QuilletProcess quillet({snippet(";web", "On the site", testing::scoped({}, {"example.com"}))});
+    ASSERT_TRUE(quillet.listening()) << quillet.log();
+    TextWindow browser({"--class", "Chromium"});
+    ASSERT_TRUE(browser.ready());
+    browser.focus();
+    ASSERT_TRUE(quillet.waitForLog("trace: front Chromium", 0)) << quillet.log();
+    auto report = [&](const std::string& notice) {
+        const std::size_t from = quillet.log().size();
+        const auto sent = testing::runProcess({"/usr/bin/gdbus", "emit", "--session",
+                                               "--object-path", "/com/quillet/Site", "--signal",
+                                               "com.quillet.Site.Changed", "'" + notice + "'"});
+        ASSERT_EQ(sent.status, 0) << sent.err;
+        ASSERT_TRUE(quillet.waitForLog("trace: site " + notice, from)) << quillet.log();
+    };
+    const struct {
+        std::string notice; // the latest report
+        std::string typed, shown;
+    } cases[] = {
+        {"Chromium mail.example.com", ";web", "On the site"},
+        {"Chromium example.org", ";web.", ";web."},
+        {"firefox mail.example.com", ";web.", ";web."}, // another browser's site
+        {"Chromium ", ";web.", ";web."},                // a tab without a site
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.notice);
+        report(c.notice);
+        browser.clear();
+        Typist(Typist::Source::xtest).type(c.typed);
+        EXPECT_EQ(browser.waitFor(c.shown), c.shown);
+    }
+}
+
 } // namespace
 } // namespace quillet
