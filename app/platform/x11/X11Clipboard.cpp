@@ -366,7 +366,7 @@ private:
     int fixesEvent_;
     Atoms atoms_{};
     Window window_ = None;
-    mutable std::vector<Atom> slots_; // properties for formats asked for together
+    mutable std::vector<Atom> slots_;       // properties for formats asked for together
     std::map<std::string, Atom> typeAtoms_; // the served types' atoms, interned once
     std::size_t chunk_ = 0; // the largest answer sent whole, and the size of each increment
     std::unique_ptr<Served> served_;
