@@ -1,12 +1,12 @@
 #include "entry/Cli.h"
 
+#include "entry/AddSnippet.h"
 #include "entry/BrowserBridge.h"
 #include "entry/CliExpand.h"
 #include "library/JsonPreferences.h"
 #include "library/LibraryFile.h"
 #include "library/LibraryLocation.h"
 #include "library/LibraryLock.h"
-#include "library/Text.h"
 #include "platform/linux/DBusSiteSink.h"
 #include "transfer/Importers.h"
 #include "transfer/Transfer.h"
@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
-#include <unicode/uchar.h>
 #include <unistd.h>
 
 namespace quillet {
@@ -63,22 +62,6 @@ int list(const std::vector<Snippet>& snippets) {
     return 0;
 }
 
-// Blanks and line breaks at either end go, as anywhere the user names an abbreviation.
-std::string trimmed(std::string_view s) {
-    auto parts = text::graphemes(s);
-    auto blank = [](std::string_view c) {
-        return u_isUWhiteSpace(static_cast<UChar32>(text::firstCodePoint(c))) != 0;
-    };
-    auto first = std::find_if_not(parts.begin(), parts.end(), blank);
-    auto last = std::find_if_not(parts.rbegin(), std::make_reverse_iterator(first), blank).base();
-    if (first == last) {
-        return {};
-    }
-    const char* begin = first->data();
-    const char* end = (last - 1)->data() + (last - 1)->size();
-    return std::string(begin, end);
-}
-
 int add(const Context& context, const std::vector<std::string>& args) {
     if (args.size() < 2) {
         return fail(CLI::usage());
@@ -92,38 +75,8 @@ int add(const Context& context, const std::vector<std::string>& args) {
     } else {
         content.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
     }
-    content = text::repairUtf8(content);
-
-    const std::filesystem::path file = context.location.libraryFile();
-    std::string error;
-    // Held from the read to the write, so a concurrent add cannot slip in between and be lost.
-    LibraryLock lock(file, context.location.folders().data);
-    std::optional<std::vector<Snippet>> snippets = readSnippets(context);
-    if (!snippets) {
-        return fail("Open Quillet once first.");
-    }
-    const std::string abbreviation = trimmed(typed);
-    if (abbreviation.empty() || content.empty()) {
-        return fail("Give it an abbreviation and some text.");
-    }
-    // The same abbreviation typed with a composed or a decomposed accent is the same one: the
-    // keyboard engine could never tell them apart.
-    const std::string composed = text::nfc(abbreviation);
-    for (const Snippet& s : *snippets) {
-        if (text::nfc(s.abbreviation) == composed) {
-            return fail("\u201C" + abbreviation + "\u201D is already a snippet.");
-        }
-    }
-    Snippet snippet = Snippet::make();
-    snippet.abbreviation = abbreviation;
-    snippet.content = content;
-    if (snippet.needsEditor()) {
-        return fail("Snippets with {key:\u2026}, {clipboard} or {snippet:\u2026} are added in "
-                    "Quillet's editor only.");
-    }
-    snippets->push_back(std::move(snippet));
-    if (!writeLibrary(file, *snippets, error)) {
-        return fail("Couldn't save: " + error);
+    if (std::optional<std::string> refused = addSnippet(context.location, typed, content)) {
+        return fail(*refused);
     }
     std::cout << "Added " << typed << ".\n" << std::flush;
     return 0;

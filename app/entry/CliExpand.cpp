@@ -1,12 +1,12 @@
 #include "entry/CliExpand.h"
 
+#include "entry/SnippetText.h"
 #include "library/LibraryFile.h"
 #include "library/LockedSnippets.h"
 #include "library/Text.h"
 #include "platform/linux/PamOwnerAuth.h"
 #include "platform/linux/SecretServiceStore.h"
 #include "platform/linux/TerminalPrompt.h"
-#include "render/Expansion.h"
 #include "render/ScriptOutput.h"
 
 #include <future>
@@ -59,12 +59,8 @@ std::optional<std::string> expand(const Preferences& preferences, const LibraryL
         }
         snippet = std::move(*unlocked.snippet);
     }
-    if (snippet.kind != Snippet::Kind::text) {
-        return scriptOutput(snippet.kind, snippet.content, preferences).get();
-    }
     // Fields take the values given on the command line; no form, no defaults.
-    return Expansion::text(snippet.content, snippet.abbreviation, read.snippets, fieldValues(args),
-                           RenderContext{});
+    return snippetText(snippet, read.snippets, fieldValues(args), RenderContext{}, preferences);
 }
 
 } // namespace

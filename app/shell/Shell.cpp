@@ -10,6 +10,7 @@
 #include "platform/linux/SecretServiceStore.h"
 #include "platform/linux/SignalQuit.h"
 #include "shell/Appearance.h"
+#include "shell/AutomationService.h"
 #include "shell/FormPanel.h"
 #include "shell/MainWindow.h"
 #include "shell/PickerWindow.h"
@@ -193,6 +194,7 @@ int runShell(int argc, char** argv) {
             }
         },
         logLine);
+    AutomationService automation(Automation(Folders::current()), logLine);
     coordinator.start();
     const int status = QApplication::exec();
 
