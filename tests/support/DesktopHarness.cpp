@@ -87,8 +87,10 @@ QuilletProcess::QuilletProcess(const std::vector<Snippet>& library, const std::s
     listening_ = process_->waitForError("listening", 20s);
 }
 
-ProcessResult QuilletProcess::launchAgain() const {
-    return runProcess({QUILLET_PROGRAM}, {}, env_);
+ProcessResult QuilletProcess::launchAgain(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> args{QUILLET_PROGRAM};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    return runProcess(args, {}, env_);
 }
 
 } // namespace quillet::testing

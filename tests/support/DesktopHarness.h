@@ -79,8 +79,10 @@ public:
         writeText(file.string() + ".new", settings);
         std::filesystem::rename(file.string() + ".new", file);
     }
-    /// Starts `quillet` once more as the same user, and waits for it to end.
-    ProcessResult launchAgain() const;
+    /// Starts `quillet` once more as the same user, with arguments, and waits for it to end.
+    ProcessResult launchAgain(const std::vector<std::string>& arguments = {}) const;
+    /// The environment it runs in: its home and XDG folders.
+    const std::map<std::string, std::string>& environment() const { return env_; }
     /// The folder holding its data (library, usage).
     const TempFolder& home() const { return home_; }
     /// Its process id.
