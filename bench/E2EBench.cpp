@@ -1,7 +1,7 @@
 // End-to-end figures on a real X server (run under with-xvfb.sh with openbox): how long an
-// expansion takes from the last key the editor saw to the final text and where that time goes,
-// how soon the user's clipboard is theirs again, how often one fails, and what the running
-// engine costs while nothing is typed.
+// expansion takes from the editor showing the abbreviation's last character to the final text,
+// and where that time goes; how soon the user's clipboard is theirs again, how often one fails,
+// and what the running engine costs while nothing is typed.
 #include "support/DesktopHarness.h"
 
 #include <X11/Xatom.h>

@@ -25,30 +25,26 @@ struct Browser {
     bool firefox = false;
 };
 
-const std::array<Browser, 5> chromiumFamily = {{
+const std::array<Browser, 6> browsers = {{
     {"Google Chrome", "google-chrome"},
     {"Chromium", "chromium"},
     {"Brave", "BraveSoftware/Brave-Browser"},
     {"Microsoft Edge", "microsoft-edge"},
     {"Vivaldi", "vivaldi"},
+    {"Firefox", {}, true},
 }};
 
-// Chromium's browsers read user-level manifests from their folder under the XDG config folder;
-// Firefox from its own folder in the home folder, whatever XDG says.
-fs::path hostsFolder(const Folders& folders, const Browser& browser) {
-    return browser.firefox ? folders.home / ".mozilla/native-messaging-hosts"
-                           : folders.config.parent_path() / browser.folder / "NativeMessagingHosts";
-}
-
+// Chromium's browsers keep their settings under the XDG config folder; Firefox in its own
+// folder in the home folder, whatever XDG says.
 fs::path browserFolder(const Folders& folders, const Browser& browser) {
     return browser.firefox ? folders.home / ".mozilla"
                            : folders.config.parent_path() / browser.folder;
 }
 
-std::vector<Browser> browsers() {
-    std::vector<Browser> all(chromiumFamily.begin(), chromiumFamily.end());
-    all.push_back({"Firefox", {}, true});
-    return all;
+// Where the browser reads user-level host manifests.
+fs::path hostsFolder(const Folders& folders, const Browser& browser) {
+    return browserFolder(folders, browser) /
+           (browser.firefox ? "native-messaging-hosts" : "NativeMessagingHosts");
 }
 
 std::string manifest(const fs::path& executable, bool firefox) {
@@ -177,7 +173,7 @@ void BrowserBridge::serve(int fd, std::string_view browser, SiteSink& sink) {
 BrowserBridge::Installed BrowserBridge::install(const Folders& folders,
                                                 const fs::path& executable) {
     Installed result;
-    for (const Browser& browser : browsers()) {
+    for (const Browser& browser : browsers) {
         std::error_code missing;
         if (!fs::is_directory(browserFolder(folders, browser), missing)) {
             continue;
@@ -206,7 +202,7 @@ BrowserBridge::Installed BrowserBridge::install(const Folders& folders,
 }
 
 bool BrowserBridge::isInstalled(const Folders& folders) {
-    for (const Browser& browser : browsers()) {
+    for (const Browser& browser : browsers) {
         std::error_code error;
         if (fs::is_regular_file(hostsFolder(folders, browser) / manifestName, error)) {
             return true;

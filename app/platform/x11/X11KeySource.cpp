@@ -1053,8 +1053,10 @@ void X11KeySource::releaseHold(bool announce) {
             keepForNext();
             return;
         }
+        // A report being handled reads what it left unread after it; a hold that caught no
+        // press has nothing a later key could overtake.
         if (dispatching_ != 0 || !holdCaught_) {
-            break; // a report being handled reads what it left unread after it
+            break;
         }
         XGrabServer(hold);
         XSync(hold, False);
