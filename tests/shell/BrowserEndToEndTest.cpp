@@ -8,7 +8,9 @@
 #include "support/DesktopHarness.h"
 
 #include <arpa/inet.h>
+#include <condition_variable>
 #include <cstdlib>
+#include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
@@ -19,8 +21,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::QuilletProcess;
+using testing::snippet;
+using testing::Typist;
 
-// Serves one page to whoever asks, on a port of its own on the loopback interface.
+// Serves a page with a text area to whoever asks, on a port of its own on the loopback
+// interface, and keeps what the page reports the text area holds after each change.
 class PageServer {
 public:
     PageServer() {
@@ -47,6 +52,13 @@ public:
 
     int port() const { return port_; }
 
+    /// Waits until the text area holds text; what it holds then.
+    std::string waitForText(const std::string& text) {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, 5s, [&] { return text_ == text; });
+        return text_;
+    }
+
 private:
     void serve() {
         while (true) {
@@ -57,11 +69,36 @@ private:
             std::string request;
             char buffer[4096];
             ssize_t got = 0;
-            while (request.find("\r\n\r\n") == std::string::npos &&
+            std::size_t end = std::string::npos;
+            while ((end = request.find("\r\n\r\n")) == std::string::npos &&
                    (got = read(client, buffer, sizeof buffer)) > 0) {
                 request.append(buffer, static_cast<std::size_t>(got));
             }
-            const std::string body = "<!doctype html><title>Page</title><textarea autofocus>";
+            if (request.starts_with("POST")) {
+                // The body: a change's number, a line break, the text. Requests may arrive out
+                // of order; the latest change wins.
+                const std::size_t length = lengthOf(request);
+                while (end != std::string::npos && request.size() < end + 4 + length &&
+                       (got = read(client, buffer, sizeof buffer)) > 0) {
+                    request.append(buffer, static_cast<std::size_t>(got));
+                }
+                const std::string body = request.substr(end + 4);
+                const std::size_t newline = body.find('\n');
+                const long number = std::atol(body.substr(0, newline).c_str());
+                std::lock_guard lock(mutex_);
+                if (newline != std::string::npos && number > latest_) {
+                    latest_ = number;
+                    text_ = body.substr(newline + 1);
+                    changed_.notify_all();
+                }
+            }
+            const std::string body =
+                request.starts_with("POST")
+                    ? std::string()
+                    : "<!doctype html><title>Page</title><textarea autofocus></textarea><script>"
+                      "let n = 0; const area = document.querySelector('textarea');"
+                      "area.oninput = () => fetch('/text', {method: 'POST', body: ++n + "
+                      "'\\n' + area.value});</script>";
             const std::string reply = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n"
                                       "Content-Length: " +
                                       std::to_string(body.size()) +
@@ -71,9 +108,21 @@ private:
         }
     }
 
+    static std::size_t lengthOf(const std::string& request) {
+        const std::string field = "Content-Length: ";
+        const std::size_t at = request.find(field);
+        return at == std::string::npos
+                   ? 0
+                   : std::strtoul(request.c_str() + at + field.size(), nullptr, 10);
+    }
+
     int listener_ = -1;
     int port_ = 0;
     std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    long latest_ = 0;
+    std::string text_;
 };
 
 bool waitForLog(QuilletProcess& quillet, const std::string& text, int tries) {
@@ -85,9 +134,11 @@ bool waitForLog(QuilletProcess& quillet, const std::string& text, int tries) {
     return false;
 }
 
-TEST(BrowserEndToEnd, TheExtensionInChromiumReportsTheSiteThroughTheHost) {
+TEST(BrowserEndToEnd, ChromiumReportsTheSiteAndItsSnippetsExpandThereFromEveryKeySource) {
     setenv("QUILLET_TRACE", "1", 1);
-    QuilletProcess quillet({});
+    QuilletProcess quillet({snippet(";site", "On the site", testing::scoped({}, {"example.test"})),
+                            snippet(";away", "Elsewhere", testing::scoped({}, {"other.test"})),
+                            snippet(";pl", "Plain")});
     ASSERT_TRUE(quillet.listening()) << quillet.log();
     const auto profile = quillet.home() / "config" / "chromium";
     std::filesystem::create_directories(profile);
@@ -117,6 +168,24 @@ TEST(BrowserEndToEnd, TheExtensionInChromiumReportsTheSiteThroughTheHost) {
     EXPECT_TRUE(waitForLog(quillet, "trace: front Chromium", 6)) << quillet.log();
     // Nothing but the host's name reaches Quillet: not the port or the rest of the address.
     EXPECT_EQ(quillet.log().find("example.test:"), std::string::npos);
+
+    // The user's typing reaches the page while Quillet runs, and the site's snippet expands
+    // there; another site's does not.
+    std::string shown;
+    for (const auto source : {Typist::Source::xtest, Typist::Source::keyboard}) {
+        SCOPED_TRACE(source == Typist::Source::xtest ? "XTEST" : "keyboard");
+        Typist user(source);
+        user.type("a;pl");
+        shown += "aPlain";
+        EXPECT_EQ(page.waitForText(shown), shown)
+            << quillet.log() << testing::contentsOf(quillet.home() / "chromium.log");
+        user.type("a;site");
+        shown += "aOn the site";
+        ASSERT_EQ(page.waitForText(shown), shown) << quillet.log();
+        user.type(" ;away");
+        shown += " ;away";
+        ASSERT_EQ(page.waitForText(shown), shown) << quillet.log();
+    }
     browser.stop(SIGTERM, 10s);
 }
 

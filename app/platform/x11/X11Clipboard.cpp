@@ -30,6 +30,10 @@ constexpr auto replyTimeout = std::chrono::seconds(1);
 
 // How long a requestor may leave one of our answers unread before we stop waiting for it.
 constexpr auto transferPatience = std::chrono::seconds(5);
+// How long the requests for a paste must have stopped before it is taken as done; longer for an
+// application that went on asking after it read an answer.
+constexpr auto pasteQuiet = std::chrono::milliseconds(25);
+constexpr auto chattyQuiet = std::chrono::milliseconds(80);
 
 constexpr std::string_view utf8TextType = "text/plain;charset=utf-8";
 
@@ -320,7 +324,10 @@ private:
     struct PendingOffer {
         Fetched fetched;
         Scheduler::TimerId timer = 0;
-        bool served = false; // a direct answer went out, its reading not yet seen
+        bool served = false;               // a direct answer went out, its reading not yet seen
+        bool read = false;                 // an answer was read in full
+        bool asksOn = false;               // and requests came after it
+        Scheduler::TimerId quietTimer = 0; // after a read, until the requests stop
     };
 
     using Matcher = std::function<bool(const XEvent&)>;
@@ -352,6 +359,8 @@ private:
     void sweepTransfers();
 
     void fire(std::uint64_t offer, bool fetched);
+    void wasRead(std::uint64_t offer);
+    void awaitQuiet(PendingOffer& pending, std::uint64_t offer);
     void offerTimedOut(std::uint64_t offer);
 
     Reply fetch(Atom target, Window owner) const;
@@ -447,6 +456,7 @@ X11Clipboard::Impl::Impl(std::unique_ptr<X11Connection> connection, Scheduler& s
 X11Clipboard::Impl::~Impl() {
     for (auto& [id, pending] : pending_) {
         scheduler_.cancel(pending.timer);
+        scheduler_.cancel(pending.quietTimer);
     }
     if (sweepTimer_ != 0) {
         scheduler_.cancel(sweepTimer_);
@@ -688,22 +698,45 @@ void X11Clipboard::Impl::fire(std::uint64_t offer, bool fetched) {
     if (it == pending_.end()) {
         return;
     }
-    if (fetched) {
-        traceFetched();
-    }
     Fetched callback = std::move(it->second.fetched);
     scheduler_.cancel(it->second.timer);
+    scheduler_.cancel(it->second.quietTimer);
     pending_.erase(it);
     if (callback) {
         scheduler_.post([callback = std::move(callback), fetched] { callback(fetched); });
     }
 }
 
+// Some applications read the clipboard as soon as its owner changes, before they see the paste
+// shortcut (Chromium, for its suggestions, and clipboard managers), and read it again for the
+// paste, after a series of questions about its types with pauses of 10 to 20 ms between them.
+// A paste is taken as done once an answer was read and the requests have stopped for a moment,
+// a longer one when they went on after a read: given back earlier, the clipboard would be the
+// user's again when the paste reads it. The moment also lets the application insert what it
+// read before the next step goes on.
+void X11Clipboard::Impl::wasRead(std::uint64_t offer) {
+    auto it = pending_.find(offer);
+    if (it == pending_.end()) {
+        return;
+    }
+    if (!it->second.read) {
+        it->second.read = true;
+        traceFetched();
+    }
+    awaitQuiet(it->second, offer);
+}
+
+void X11Clipboard::Impl::awaitQuiet(PendingOffer& pending, std::uint64_t offer) {
+    scheduler_.cancel(pending.quietTimer);
+    pending.quietTimer = scheduler_.postAfter(pending.asksOn ? chattyQuiet : pasteQuiet,
+                                              [this, offer] { fire(offer, true); });
+}
+
 void X11Clipboard::Impl::offerTimedOut(std::uint64_t offer) {
     auto it = pending_.find(offer);
     if (it != pending_.end()) {
         // A direct answer that went out is in the requestor's hands even if we never saw it read.
-        fire(offer, it->second.served);
+        fire(offer, it->second.served || it->second.read);
     }
 }
 
@@ -780,6 +813,12 @@ void X11Clipboard::Impl::answerRequest(const XSelectionRequestEvent& request) {
     // Requestors from before ICCCM leave the property out and mean the target's name.
     const Atom property = request.property != None ? request.property : request.target;
     bool answered = false;
+    if (served_) {
+        if (auto it = pending_.find(served_->offer); it != pending_.end() && it->second.read) {
+            it->second.asksOn = true;
+            awaitQuiet(it->second, it->first);
+        }
+    }
     // A request stamped before the ownership began was meant for an earlier owner.
     if (request.selection == atoms_.clipboard && served_ &&
         (request.time == CurrentTime || request.time >= served_->since)) {
@@ -899,7 +938,7 @@ void X11Clipboard::Impl::advanceTransfer(Window requestor, Atom property) {
     if (!transfer.incremental || transfer.closed) {
         // The requestor has read the answer, or the closing empty chunk.
         if (!transfer.incremental && transfer.paste) {
-            fire(transfer.offer, true);
+            wasRead(transfer.offer);
         }
         dropTransfer(index);
         return;
@@ -914,7 +953,7 @@ void X11Clipboard::Impl::advanceTransfer(Window requestor, Atom property) {
         transfer.closed = true;
         transfer.data = std::string();
         if (transfer.paste) {
-            fire(transfer.offer, true);
+            wasRead(transfer.offer);
         }
     }
 }

@@ -64,7 +64,8 @@ public:
 
     /// Takes the ownership and serves items; calls fetched once, on the main thread, when a
     /// client has finished fetching a content target (not the targets list, the timestamp or a
-    /// clipboard manager's marker), or with false after timeout when none did.
+    /// clipboard manager's marker) and no request has come for a moment since, or with false
+    /// after timeout when none did.
     void offer(std::vector<ClipboardItem> items, Fetched fetched,
                std::chrono::milliseconds timeout);
 

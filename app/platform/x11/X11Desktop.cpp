@@ -21,8 +21,9 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     }
     desktop->shortcut_ = std::make_unique<X11GlobalShortcut>(*desktop->shortcutConnection_);
     desktop->typer_ = std::make_unique<X11Typer>(*desktop->typing_, desktop->own_);
-    // Typing through a keyboard of its own lets Quillet hold every other one while it types.
-    desktop->typer_->useKeyboard(X11OwnKeyboard::open(desktop->typing_->display()));
+    // Typing on the master keyboard directly lets Quillet hold every slave keyboard while it
+    // types, XTEST's included.
+    desktop->typer_->useKeyboard(X11CoreKeyboard::open(desktop->typing_->display()));
     desktop->front_ = std::make_unique<X11FrontApplication>(*desktop->focus_);
     desktop->keys_ = std::make_unique<X11KeySource>(display, scheduler, desktop->own_);
     desktop->executor_ = std::make_unique<X11Executor>(*desktop->typer_, *desktop->clipboard_,
@@ -30,10 +31,10 @@ std::unique_ptr<X11Desktop> X11Desktop::open(const std::string& display, Schedul
     // The user's keys typed on during an expansion wait until it is over, so they cannot land
     // between its erase and its paste.
     X11KeySource* keys = desktop->keys_.get();
-    if (const X11OwnKeyboard* own = desktop->typer_->ownKeyboard()) {
-        keys->setOwnKeyboard(own->keyboardId(), own->masterId());
+    if (const X11CoreKeyboard* master = desktop->typer_->coreKeyboard()) {
+        keys->setTypingKeyboard(master->masterId());
     } else if (log) {
-        log("no keyboard device of its own (XInput 2): keys from XTEST's virtual keyboard can "
+        log("no XInput 2 master keyboard to type on: keys from XTEST's virtual keyboard can "
             "land inside an expansion");
     }
     desktop->executor_->setHoldKeyboard([keys](bool on) { keys->holdKeyboard(on); });

@@ -70,7 +70,6 @@ void X11Executor::begin() {
     if (std::exchange(expanding_, true)) {
         return;
     }
-    typer_.followFocus();
     if (hold_) {
         hold_(true);
     }
@@ -130,17 +129,13 @@ void X11Executor::insert(const Payload& payload, Done done) {
         borrowed_ = clipboard_.snapshot();
     }
     std::weak_ptr<bool> alive = alive_;
-    Scheduler& scheduler = scheduler_;
     clipboard_.offer(
         payload.items(),
-        [alive, &scheduler, done](bool) {
-            // Fetched or given up: either way the next step may go, once the application had a
-            // moment to insert what it read.
-            scheduler.postAfter(grace, [alive, done] {
-                if (auto live = alive.lock(); live && *live) {
-                    done();
-                }
-            });
+        [alive, done](bool) {
+            // Fetched or given up: either way the next step may go.
+            if (auto live = alive.lock(); live && *live) {
+                done();
+            }
         },
         fetchTimeout);
     const Tokens::KeyStroke shortcut = pasteShortcut(front_.id(), preferences_);
@@ -170,11 +165,9 @@ void X11Executor::finish(Done done) {
         borrowed_.reset();
     }
     if (std::exchange(expanding_, false)) {
-        // The held keys are replayed through Quillet's keyboard, which must still have the focus.
         if (hold_) {
             hold_(false);
         }
-        typer_.dropFocus();
     }
     done();
 }

@@ -18,14 +18,12 @@ namespace quillet {
 /// Carries out the engine's intentions on X11: keys through XTEST, insertions by pasting from
 /// the CLIPBOARD selection, which Quillet owns for the moment. The user's clipboard is
 /// snapshotted before an expansion's first paste and put back when it ends. Nothing waits a
-/// fixed time: a paste is over once the application has fetched the data (plus a short grace),
+/// fixed time: a paste is over once the application has fetched the data and stopped asking,
 /// so the next step, and the restore, never overtake it.
 class X11Executor final : public Executor {
 public:
     /// How long a paste may wait for the application to fetch the clipboard.
     static constexpr std::chrono::milliseconds fetchTimeout{1000};
-    /// How long after a fetch the application gets to insert what it fetched.
-    static constexpr std::chrono::milliseconds grace{25};
     /// How long the paste shortcut waits for the user to let go of modifiers.
     static constexpr std::chrono::milliseconds modifierPatience{500};
     /// Everything must outlive the executor.

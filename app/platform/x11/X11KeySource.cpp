@@ -815,10 +815,10 @@ void X11KeySource::deliver(unsigned keycode) {
 // Holding the keyboard --------------------------------------------------------------------------
 
 // While the keyboard is held, each of the user's keyboards is grabbed with XInput2: every slave
-// keyboard but the one Quillet types through (without a keyboard of its own, every one but the
-// XTEST ones). The server floats a grabbed slave: its keys come only to this connection, RECORD
-// no longer sees them and the master keyboard, which the applications listen to, no longer
-// feels them, modifiers included; Quillet's own keys arrive undisturbed and unshifted.
+// keyboard when Quillet types on the master directly, else every one but the XTEST ones. The
+// server floats a grabbed slave: its keys come only to this connection, RECORD no longer sees
+// them and the master keyboard, which the applications listen to, no longer feels them,
+// modifiers included; Quillet's own keys arrive undisturbed.
 void X11KeySource::holdKeyboard(bool on) {
     if (!on) {
         releaseHold(observer_ != nullptr);
@@ -875,7 +875,8 @@ void X11KeySource::holdKeyboard(bool on) {
     XIDeviceInfo* devices = XIQueryDevice(hold, XIAllDevices, &count);
     for (int i = 0; i < count; ++i) {
         const XIDeviceInfo& device = devices[i];
-        const bool ours = ownKeyboard_ >= 0 ? device.deviceid == ownKeyboard_ : isXtest(device);
+        // Typing on the master, Quillet needs no slave keyboard of its own.
+        const bool ours = master_ < 0 && isXtest(device);
         if (device.use != XISlaveKeyboard || !device.enabled || ours) {
             continue;
         }
@@ -974,40 +975,39 @@ void X11KeySource::heldKey(unsigned keycode, bool press, unsigned mods, unsigned
 }
 
 // Sends the queued keys out through the hold connection, so that they reach the server before
-// a request to end the grabs made after. While the hold lasts, through Quillet's own keyboard,
-// whose master does not share the user's modifiers and layout: each press gets the ones it was
-// typed with.
+// a request to end the grabs made after. On the master keyboard when Quillet types there, where
+// the keys pressed before the hold are down too and so are released; while the hold lasts each
+// press gets the modifiers and layout it was typed with, which Quillet's typing may have
+// changed meanwhile.
 bool X11KeySource::replayQueued(bool announce) {
     if (queued_.empty() || queued_.front().barrier) {
         return false;
     }
     Display* hold = hold_->display();
-    XDevice own{};
-    own.device_id = static_cast<XID>(ownKeyboard_);
+    XDevice master{};
+    master.device_id = static_cast<XID>(master_);
     std::size_t sent = 0;
     for (; sent < queued_.size() && !queued_[sent].barrier; ++sent) {
         const Queued& key = queued_[sent];
         if (announce) {
             own_.expect(key.keycode, key.press);
         }
-        // Once the grabs have ended the keys go the way the user's do, through the core
-        // keyboard: Quillet's own may have lost its focus by then.
-        if (ownKeyboard_ < 0 || !holding_) {
+        if (master_ < 0) {
             XTestFakeKeyEvent(hold, key.keycode, key.press ? True : False, CurrentTime);
             continue;
         }
         XkbStateRec state{};
-        if (key.press && ownMaster_ >= 0 &&
-            XkbGetState(hold, static_cast<unsigned>(ownMaster_), &state) == Success) {
+        if (key.press && holding_ &&
+            XkbGetState(hold, static_cast<unsigned>(master_), &state) == Success) {
             if (state.group != key.group) {
-                XkbLockGroup(hold, static_cast<unsigned>(ownMaster_), key.group);
+                XkbLockGroup(hold, static_cast<unsigned>(master_), key.group);
             }
             // Latched, they hold for this key only, like the user's did.
             if (const unsigned missing = key.mods & ~state.mods & realModifiers; missing != 0) {
-                XkbLatchModifiers(hold, static_cast<unsigned>(ownMaster_), missing, missing);
+                XkbLatchModifiers(hold, static_cast<unsigned>(master_), missing, missing);
             }
         }
-        XTestFakeDeviceKeyEvent(hold, &own, key.keycode, key.press ? True : False, nullptr, 0,
+        XTestFakeDeviceKeyEvent(hold, &master, key.keycode, key.press ? True : False, nullptr, 0,
                                 CurrentTime);
     }
     queued_.erase(queued_.begin(), queued_.begin() + static_cast<std::ptrdiff_t>(sent));
@@ -1071,9 +1071,7 @@ void X11KeySource::releaseHold(bool announce) {
         XIUngrabDevice(hold, device, CurrentTime);
     }
     // A key caught just before the grabs ended still belongs to the hold, and goes out the way
-    // the others did, through Quillet's own keyboard. Sent through XTEST's, where the user may
-    // be typing, its press would land on a key the user holds down there: the server takes that
-    // for a repeat, and the key's release goes missing.
+    // the others did.
     XSync(hold, False);
     if (serverHeld) {
         XUngrabServer(hold);
@@ -1096,11 +1094,12 @@ void X11KeySource::releaseHold(bool announce) {
         holding_ = true; // none could be taken: everything goes out now, as below
     }
     std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
-    // The user's releases of keys still down reach the applications through the core keyboard,
-    // which never had their presses; Quillet's keyboard releases its copies itself, or they
-    // would stay down there and turn its next press of the key into a repeat.
+    // Keys the user still holds are released on the master by the user's own releases, now
+    // that their keyboards are attached again. Replayed through XTEST's keyboard instead, their
+    // presses are down there, where only Quillet can release them, or they would stay down and
+    // turn its next press of the key into a repeat.
     for (unsigned keycode : heldPresses_) {
-        if (swallowed_.count(keycode) == 0) {
+        if (master_ < 0 && swallowed_.count(keycode) == 0) {
             queued_.push_back({keycode, false});
         }
     }

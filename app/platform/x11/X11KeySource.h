@@ -53,17 +53,15 @@ public:
     void grabArrows(bool on) override;
 
     /// Keeps the user's keys from the applications while on (an expansion is being typed); they
-    /// are reported as held and the ones let through are replayed when it ends. Every keyboard
-    /// but Quillet's own is held, XTEST's virtual one included, once setOwnKeyboard named it;
-    /// before, only the physical ones. Does nothing without XInput2 or when none can be grabbed.
+    /// are reported as held and the ones let through are replayed when it ends. Every slave
+    /// keyboard is held, XTEST's virtual one included, once setTypingKeyboard named the master
+    /// Quillet types on; before, only the physical ones. Does nothing without XInput2 or when
+    /// none can be grabbed.
     void holdKeyboard(bool on);
 
-    /// Names the XInput keyboard Quillet types through, which a hold leaves alone and replays
-    /// the held keys through, and its master, whose modifiers the replay matches to the user's.
-    void setOwnKeyboard(int keyboard, int master) {
-        ownKeyboard_ = keyboard;
-        ownMaster_ = master;
-    }
+    /// Names the master keyboard Quillet types on directly, which the held keys are replayed on
+    /// with the modifiers they were typed with.
+    void setTypingKeyboard(int master) { master_ = master; }
 
     /// How many times a key has turned a grab of Tab or Escape active so far, counting every key
     /// the server sent until this call: how a grab watcher tells Quillet's grabs from others'.
@@ -164,8 +162,7 @@ private:
 
     bool holding_ = false;
     bool holdCaught_ = false; // a press reached this hold's grabs
-    int ownKeyboard_ = -1;
-    int ownMaster_ = -1;
+    int master_ = -1;         // the master keyboard Quillet types on; -1: XTEST's virtual keyboard
     int xiOpcode_ = -1;
     std::set<int> heldDevices_;
     std::deque<Queued> queued_;

@@ -370,50 +370,6 @@ void X11Typer::reloadKeymap() {
         }
     }
     adoptSpares();
-    copyModifiers();
-}
-
-// The keyboard of Quillet's own turns its keys into modifier state by its own keymap, so it
-// needs the layout's whenever what the layout's keys do as modifiers changed. Characters bound
-// to spare keycodes leave that alone, and so does the copy itself, so copies never chase each
-// other.
-void X11Typer::copyModifiers() {
-    if (!keyboard_ || keymap_ == nullptr) {
-        return;
-    }
-    std::string print;
-    for (int keycode = keymap_->min_key_code; keycode <= keymap_->max_key_code; ++keycode) {
-        const auto key = static_cast<KeyCode>(keycode);
-        const XkbAction* action = firstAction(keymap_, key);
-        print += static_cast<char>(keymap_->map->modmap[key]);
-        print += static_cast<char>(action == nullptr ? 0xFF : action->type);
-        print += static_cast<char>(actionModifiers(keymap_, key));
-    }
-    if (print != copiedModifiers_) {
-        own_.expectMappingChange();
-        keyboard_->copyKeymap();
-        copiedModifiers_ = std::move(print);
-    }
-}
-
-void X11Typer::useKeyboard(std::unique_ptr<X11OwnKeyboard> keyboard) {
-    keyboard_ = std::move(keyboard);
-    copiedModifiers_.clear();
-    if (keymap_ != nullptr) {
-        copyModifiers();
-    }
-}
-
-void X11Typer::followFocus() {
-    if (keyboard_) {
-        keyboard_->followFocus();
-    }
-}
-
-void X11Typer::dropFocus() {
-    if (keyboard_) {
-        keyboard_->dropFocus();
-    }
 }
 
 unsigned X11Typer::stateDevice() const {
@@ -536,6 +492,13 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
     if (keymap_ == nullptr) {
         return false;
     }
+    // A key the user still holds is down on the master too, where another press of it would be
+    // taken for the key's repeat and dropped: the character comes from another key then, a
+    // spare one if need be.
+    char down[32] = {};
+    if (keyboard_) {
+        XQueryKeymap(display_, down);
+    }
     // The place needing the fewest extra modifiers; the layout's own keys before spares.
     const auto choose = [&](KeyCode& keycode, unsigned& extra) {
         const std::vector<Place>* places =
@@ -545,6 +508,9 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
         }
         std::optional<unsigned> best;
         for (const Place& place : *places) {
+            if ((down[place.keycode / 8] & (1 << (place.keycode % 8))) != 0) {
+                continue;
+            }
             // A key stroke is pressed as the user would press it, Caps Lock or not; text must
             // come out as it is.
             const auto mods = levelModifiers(place, character ? state.locked_mods : 0);
@@ -586,7 +552,7 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
 }
 
 void X11Typer::strokeOnce(KeyCode keycode, unsigned wanted, const XkbStateRec& state) {
-    releaseUnwanted(state, wanted);
+    const std::vector<KeyCode> released = releaseUnwanted(state, wanted);
     // Modifiers the user already holds stay as they are; the others are pressed just for the
     // key. Pressing a held one again would leave it up afterwards.
     std::vector<KeyCode> pressed;
@@ -603,6 +569,9 @@ void X11Typer::strokeOnce(KeyCode keycode, unsigned wanted, const XkbStateRec& s
     send(keycode, false);
     for (auto it = pressed.rbegin(); it != pressed.rend(); ++it) {
         send(*it, false);
+    }
+    for (KeyCode key : released) {
+        send(key, true);
     }
     for (Spare& spare : spares_) {
         if (spare.keycode == keycode) {
@@ -662,11 +631,14 @@ bool X11Typer::writeSpare(KeyCode keycode, KeySym keysym) {
     return XkbChangeMap(display_, keymap_, &changes) != 0;
 }
 
-void X11Typer::releaseUnwanted(const XkbStateRec& state, unsigned wanted) {
+std::vector<KeyCode> X11Typer::releaseUnwanted(const XkbStateRec& state, unsigned wanted) {
+    std::vector<KeyCode> released;
     const unsigned unwanted = state.base_mods & ~wanted;
     if (unwanted != 0) {
-        // The user's keys are released for good: pressing them again afterwards could leave a
-        // modifier stuck down if the user lets go in between.
+        // On the master keyboard the user's keys go down again after the key: their release,
+        // should the user let go meanwhile, is held and follows. Through XTEST's keyboard
+        // they are released for good, since pressing them again could leave a modifier stuck
+        // down if the user lets go in between.
         char keys[32];
         XQueryKeymap(display_, keys);
         for (int keycode = keymap_->min_key_code; keycode <= keymap_->max_key_code; ++keycode) {
@@ -674,12 +646,16 @@ void X11Typer::releaseUnwanted(const XkbStateRec& state, unsigned wanted) {
             if ((keys[keycode / 8] & (1 << (keycode % 8))) != 0 &&
                 (modifiersOf(key) & unwanted) != 0) {
                 send(key, false);
+                if (keyboard_) {
+                    released.push_back(key);
+                }
             }
         }
     }
     if ((state.latched_mods & ~wanted) != 0) {
         XkbLatchModifiers(display_, stateDevice(), state.latched_mods & ~wanted, 0);
     }
+    return released;
 }
 
 void X11Typer::send(KeyCode keycode, bool press) {

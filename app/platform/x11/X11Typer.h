@@ -2,7 +2,7 @@
 
 #include "platform/x11/OwnKeys.h"
 #include "platform/x11/X11Connection.h"
-#include "platform/x11/X11OwnKeyboard.h"
+#include "platform/x11/X11CoreKeyboard.h"
 #include "render/Tokens.h"
 
 #include <X11/XKBlib.h>
@@ -23,7 +23,8 @@ namespace quillet {
 /// is typed through a spare keycode (one the keymap leaves empty) bound to it for the moment.
 /// Modifiers are set explicitly for every key: modifiers the user still holds are released,
 /// the wanted ones pressed and released around the key, and text comes out in its own case
-/// under Caps Lock. Every event is announced in OwnKeys before it is sent, so the listener can
+/// under Caps Lock. Typing on the master keyboard, the user's modifiers are pressed again after
+/// each key. Every event is announced in OwnKeys before it is sent, so the listener can
 /// tell it from the user's.
 ///
 /// Everything is synchronous: the events are sent in order and flushed; the server keeps them
@@ -60,18 +61,15 @@ public:
     bool type(std::string_view text);
 
     /// True while the user holds Shift, Control, Alt or Super in a way that would change what
-    /// the typer types; never with a keyboard of Quillet's own, whose state is its own.
+    /// the typer types; never when it types on the master keyboard, where the keyboard is held
+    /// meanwhile (waiting for the user to let go is in vain) and each key gets its modifiers.
     bool modifiersHeld();
 
-    /// Types through a keyboard of Quillet's own from now on (made on this typer's connection),
-    /// and lets it follow the focus; null goes back to XTEST's virtual keyboard.
-    void useKeyboard(std::unique_ptr<X11OwnKeyboard> keyboard);
-    /// The keyboard of Quillet's own in use, if any.
-    const X11OwnKeyboard* ownKeyboard() const { return keyboard_.get(); }
-    /// Sends the next keys to the window that has the user's keyboard focus now.
-    void followFocus();
-    /// Lets go of that window once the keys are sent.
-    void dropFocus();
+    /// Types on the master keyboard directly from now on; null goes back to XTEST's virtual
+    /// keyboard.
+    void useKeyboard(std::unique_ptr<X11CoreKeyboard> keyboard) { keyboard_ = std::move(keyboard); }
+    /// The master keyboard typed on, if any.
+    const X11CoreKeyboard* coreKeyboard() const { return keyboard_.get(); }
 
     /// The X keysym for a macOS virtual key code of the US ANSI layout; nothing for unknown ones.
     static std::optional<KeySym> keysymFor(std::uint16_t macKeyCode);
@@ -104,11 +102,10 @@ private:
     void strokeOnce(KeyCode keycode, unsigned wanted, const XkbStateRec& state);
     bool bindSpare(KeySym keysym);
     bool writeSpare(KeyCode keycode, KeySym keysym);
-    void releaseUnwanted(const XkbStateRec& state, unsigned wanted);
+    std::vector<KeyCode> releaseUnwanted(const XkbStateRec& state, unsigned wanted);
     void send(KeyCode keycode, bool press);
     unsigned modifiersOf(KeyCode keycode) const;
     unsigned stateDevice() const;
-    void copyModifiers();
     const std::vector<Place>* findSymbol(KeySym keysym) const;
     const std::vector<Place>* findCharacter(char32_t c) const;
 
@@ -126,8 +123,7 @@ private:
     std::unordered_map<char32_t, std::vector<Place>> byCharacter_;
     KeyCode modifierKeys_[8] = {}; // the key pressed for each real modifier; 0 when none
     std::vector<Spare> spares_;
-    std::unique_ptr<X11OwnKeyboard> keyboard_;
-    std::string copiedModifiers_;      // what the modifier keys did when the keymap was last copied
+    std::unique_ptr<X11CoreKeyboard> keyboard_;
     std::shared_ptr<X11Typer*> alive_; // what the connection's handler looks for
 };
 

@@ -212,21 +212,20 @@ TEST_F(Typing, OtherLayoutsAreTypedOnTheirOwnLevelsAndGroups) {
     EXPECT_EQ(user.state().group, 1) << "the user's group stays";
 }
 
-TEST_F(Typing, AKeyboardOfItsOwnTypesTheLayoutAndLeavesTheUsersModifiersAlone) {
-    typer->useKeyboard(X11OwnKeyboard::open(connection->display()));
-    ASSERT_NE(typer->ownKeyboard(), nullptr) << "no XInput 2 master devices here";
-    typer->followFocus();
-    // The layout changes after the keyboard was made, as when the user switches layouts.
+TEST_F(Typing, OnTheMasterKeyboardTheLayoutHoldsAndTheUsersModifiersComeBack) {
+    typer->useKeyboard(X11CoreKeyboard::open(connection->display()));
+    ASSERT_NE(typer->coreKeyboard(), nullptr) << "no XInput 2 here";
     otherLayout = true;
     ASSERT_EQ(std::system("setxkbmap -layout de"), 0);
     ASSERT_TRUE(userKey(XK_Shift_L, true));
     EXPECT_FALSE(typer->modifiersHeld());
-    // The third level (AltGr) must mean on Quillet's keyboard what it means in the layout.
+    // Unshifted letters and third-level (AltGr) characters while the user holds Shift.
     const std::string german = "Grüße € @ {x} abc";
     EXPECT_TRUE(typer->type(german));
     ASSERT_TRUE(target.waitForText(german)) << target.text();
     EXPECT_EQ(heldModifiers(), static_cast<unsigned>(ShiftMask)) << "still the user's";
     ASSERT_TRUE(userKey(XK_Shift_L, false));
+    EXPECT_EQ(heldModifiers(), 0u) << "the user's release lets go of it";
 }
 
 } // namespace
