@@ -1,6 +1,7 @@
 // The browser bridge as a user sets it up: `quillet bridge install` writes the host manifest,
 // a real Chromium loads the extension from app/ChromeExtension and starts the host, and the host
-// tells the running Quillet the site over the session bus. Runs under a window manager, on a
+// tells the running Quillet the site over the session bus; the user then types into the page, from
+// both key sources, and the site's snippets expand there. Runs under a window manager, on a
 // private session bus.
 #include <gtest/gtest.h>
 
@@ -177,7 +178,7 @@ TEST(BrowserEndToEnd, ChromiumReportsTheSiteAndItsSnippetsExpandThereFromEveryKe
         Typist user(source);
         user.type("a;pl");
         shown += "aPlain";
-        EXPECT_EQ(page.waitForText(shown), shown)
+        ASSERT_EQ(page.waitForText(shown), shown)
             << quillet.log() << testing::contentsOf(quillet.home() / "chromium.log");
         user.type("a;site");
         shown += "aOn the site";

@@ -33,7 +33,7 @@ constexpr auto transferPatience = std::chrono::seconds(5);
 // How long the requests for a paste must have stopped before it is taken as done; longer for an
 // application that went on asking after it read an answer.
 constexpr auto pasteQuiet = std::chrono::milliseconds(25);
-constexpr auto chattyQuiet = std::chrono::milliseconds(80);
+constexpr auto chattyQuiet = std::chrono::milliseconds(150);
 
 constexpr std::string_view utf8TextType = "text/plain;charset=utf-8";
 

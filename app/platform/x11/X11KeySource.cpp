@@ -1094,12 +1094,12 @@ void X11KeySource::releaseHold(bool announce) {
         holding_ = true; // none could be taken: everything goes out now, as below
     }
     std::erase_if(queued_, [](const Queued& key) { return key.barrier; });
-    // Keys the user still holds are released on the master by the user's own releases, now
-    // that their keyboards are attached again. Replayed through XTEST's keyboard instead, their
-    // presses are down there, where only Quillet can release them, or they would stay down and
-    // turn its next press of the key into a repeat.
+    // Keys the user still holds are released where they were replayed: the master, or XTEST's
+    // keyboard, only notes a release of a press it made itself. Left down there, they would turn
+    // the next replay of the key into a repeat, which the server drops. The user's own release
+    // comes later and finds them up.
     for (unsigned keycode : heldPresses_) {
-        if (master_ < 0 && swallowed_.count(keycode) == 0) {
+        if (swallowed_.count(keycode) == 0) {
             queued_.push_back({keycode, false});
         }
     }
