@@ -889,6 +889,7 @@ void X11KeySource::holdKeyboard(bool on) {
     XIFreeDeviceInfo(devices);
     XSync(hold, False);
     XSetErrorHandler(previous);
+    readSoon();
     holding_ = !heldDevices_.empty();
     // The server has now recorded every key that reached an application before the hold, and
     // written them out with the reply just read: report them now, so the expansion knows what
@@ -1023,6 +1024,7 @@ void X11KeySource::releaseHold(bool announce) {
     // to end. Should it never run, the keyboard is let go after a while all the same.
     auto keepForNext = [this, announce] {
         queued_.pop_front();
+        readSoon();
         const std::uint64_t generation = ++holdGeneration_;
         scheduler_.postAfter(std::chrono::seconds(3),
                              [this, generation, announce, alive = std::weak_ptr(alive_)] {
@@ -1114,6 +1116,16 @@ void X11KeySource::releaseHold(bool announce) {
     }
     replayQueued(announce);
     XSync(hold, False);
+    readSoon();
+}
+
+void X11KeySource::readSoon() {
+    // A round trip may have read keys into Xlib's queue that were left there (inside a report,
+    // or caught just before the grabs ended); the socket is quiet then, and they would wait for
+    // the next key.
+    if (hold_ && XEventsQueued(hold_->display(), QueuedAlready) > 0) {
+        hold_->drainSoon();
+    }
 }
 
 } // namespace quillet

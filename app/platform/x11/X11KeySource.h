@@ -119,6 +119,7 @@ private:
     unsigned keycodeFor(unsigned long keysym) const;
     void deliver(unsigned keycode);
     void releaseHold(bool announce);
+    void readSoon();
     bool awaitRecording(bool on);
     void closeConnections();
 
