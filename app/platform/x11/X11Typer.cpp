@@ -19,6 +19,11 @@ using Clock = std::chrono::steady_clock;
 // The modifiers modifiersHeld reports: what would turn a paste shortcut into another one.
 constexpr unsigned heldModifiers = ShiftMask | ControlMask | Mod1Mask | Mod4Mask;
 
+// Whether a key is down in a key vector as XQueryKeymap fills it.
+bool isDown(const char (&keys)[32], unsigned keycode) {
+    return (keys[keycode / 8] & (1 << (keycode % 8))) != 0;
+}
+
 // The code point starting at text[i], advancing i past it; nothing for a malformed sequence,
 // of which only the first byte is skipped.
 std::optional<char32_t> nextCodePoint(std::string_view text, std::size_t& i) {
@@ -307,7 +312,7 @@ bool X11Typer::modifiersHeld() {
     char keys[32];
     XQueryKeymap(display_, keys);
     for (int keycode = keymap_->min_key_code; keycode <= keymap_->max_key_code; ++keycode) {
-        if ((keys[keycode / 8] & (1 << (keycode % 8))) != 0 &&
+        if (isDown(keys, static_cast<unsigned>(keycode)) &&
             (modifiersOf(static_cast<KeyCode>(keycode)) & heldModifiers) != 0) {
             return true;
         }
@@ -508,7 +513,7 @@ bool X11Typer::strike(KeySym keysym, std::optional<char32_t> character, unsigned
         }
         std::optional<unsigned> best;
         for (const Place& place : *places) {
-            if ((down[place.keycode / 8] & (1 << (place.keycode % 8))) != 0) {
+            if (isDown(down, place.keycode)) {
                 continue;
             }
             // A key stroke is pressed as the user would press it, Caps Lock or not; text must
@@ -643,7 +648,7 @@ std::vector<KeyCode> X11Typer::releaseUnwanted(const XkbStateRec& state, unsigne
         XQueryKeymap(display_, keys);
         for (int keycode = keymap_->min_key_code; keycode <= keymap_->max_key_code; ++keycode) {
             const auto key = static_cast<KeyCode>(keycode);
-            if ((keys[keycode / 8] & (1 << (keycode % 8))) != 0 &&
+            if (isDown(keys, static_cast<unsigned>(keycode)) &&
                 (modifiersOf(key) & unwanted) != 0) {
                 send(key, false);
                 if (keyboard_) {
