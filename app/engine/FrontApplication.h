@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace quillet {
 
@@ -13,6 +14,10 @@ public:
 
     /// The id of the application in front; empty when none is known.
     virtual std::string id() const = 0;
+
+    /// The ids of the applications that have a window open now, sorted, each once; for picking
+    /// a snippet's applications.
+    virtual std::vector<std::string> running() const = 0;
 
     /// Calls changed on the main thread whenever the application in front may have changed;
     /// an empty function stops the calls.

@@ -6,6 +6,7 @@
 #include "library/SnippetSearch.h"
 #include "library/Text.h"
 #include "render/Expansion.h"
+#include "render/Payload.h"
 #include "transfer/Transfer.h"
 
 #include <algorithm>
@@ -468,6 +469,34 @@ std::string LibraryEditor::preview(const Snippet& snippet) const {
     const std::vector<Tokens::Field> fields = Tokens::fields(snippet.content);
     return Expansion::text(snippet.content, snippet.abbreviation, parts_.store.snippets(),
                            Expansion::defaults(fields).value_or(Expansion::Values{}), context);
+}
+
+std::optional<std::string> LibraryEditor::styledPreview(const Snippet& snippet) const {
+    if (!snippet.markdown || snippet.kind != Snippet::Kind::text || snippet.locked) {
+        return std::nullopt;
+    }
+    return Payload::markdown(preview(snippet));
+}
+
+std::optional<std::filesystem::path> LibraryEditor::picture(const Snippet& snippet) const {
+    if (!snippet.image || snippet.image->empty()) {
+        return std::nullopt;
+    }
+    return parts_.store.location().imagesFolder() / *snippet.image;
+}
+
+std::optional<std::string> LibraryEditor::addApplication(const Uuid& id, const std::string& app) {
+    std::optional<Snippet> snippet = find(id);
+    if (!snippet) {
+        return notFound();
+    }
+    if (std::find(snippet->apps.begin(), snippet->apps.end(), app) == snippet->apps.end()) {
+        snippet->apps.push_back(app);
+    }
+    if (snippet->scope == Snippet::Scope::everywhere) {
+        snippet->scope = Snippet::Scope::only;
+    }
+    return update(*snippet);
 }
 
 std::vector<std::string> LibraryEditor::sites(std::string_view written, std::string& problem) {

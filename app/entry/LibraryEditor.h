@@ -117,6 +117,14 @@ public:
     std::optional<std::string> kindNotice(Snippet::Kind kind) const;
     /// The text the snippet would insert now, fields at their defaults; scripts are not run.
     std::string preview(const Snippet& snippet) const;
+    /// For a Markdown snippet, the preview as it pastes styled (an HTML fragment); nothing for
+    /// others.
+    std::optional<std::string> styledPreview(const Snippet& snippet) const;
+    /// The file of the snippet's picture in the images folder; nothing when it has none.
+    std::optional<std::filesystem::path> picture(const Snippet& snippet) const;
+    /// Adds an application to the snippet's list, once; a snippet that fires everywhere then
+    /// fires only there.
+    std::optional<std::string> addApplication(const Uuid& id, const std::string& app);
     /// The entries of a comma-separated list of sites, each normalised to its host; what is
     /// wrong with the first entry that has no host.
     static std::vector<std::string> sites(std::string_view written, std::string& problem);

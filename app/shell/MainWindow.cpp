@@ -38,6 +38,7 @@ MainWindow::MainWindow(Parts parts) {
     pages_->setFixedWidth(pages_->sizeHintForColumn(0) + 4 * pages_->frameWidth() + 24);
     stack_ = new QStackedWidget(central);
     snippets_ = new SnippetsPage(parts.library, {}, stack_);
+    snippets_->editorPane().setRunningApplications(parts.runningApplications);
     auto scrolled = [this](QWidget* page) {
         auto* scroll = new QScrollArea(stack_);
         scroll->setWidgetResizable(true);

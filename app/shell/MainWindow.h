@@ -12,6 +12,9 @@
 #include "shell/SnippetsPage.h"
 
 #include <QMainWindow>
+#include <functional>
+#include <string>
+#include <vector>
 
 class QListWidget;
 class QStackedWidget;
@@ -33,6 +36,10 @@ public:
         Overview& overview;
         ImportExport& transfer;
         Coordinator* coordinator = nullptr; ///< the waiting phrase; null where there is none
+        /// The applications with a window open, for a snippet's applications.
+        std::function<std::vector<std::string>()> runningApplications = [] {
+            return std::vector<std::string>();
+        };
     };
 
     explicit MainWindow(Parts parts);

@@ -172,8 +172,12 @@ int runShell(int argc, char** argv) {
     // Built when first asked for: most sessions never open it, and its widgets cost memory.
     auto openWindow = [&](MainWindow::Page page) {
         if (!mainWindow) {
-            mainWindow = std::make_unique<MainWindow>(
-                MainWindow::Parts{library, settings, overview, transfer, &coordinator});
+            mainWindow = std::make_unique<MainWindow>(MainWindow::Parts{
+                library, settings, overview, transfer, &coordinator, [&running] {
+                    Desktop* desktop = running != nullptr ? running->desktop() : nullptr;
+                    return desktop != nullptr ? desktop->front().running()
+                                              : std::vector<std::string>();
+                }});
         }
         mainWindow->open(page);
     };

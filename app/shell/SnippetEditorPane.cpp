@@ -14,6 +14,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPixmap>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -25,6 +26,8 @@ namespace {
 
 // How long typing may pause before what was typed is saved.
 constexpr int savePauseMs = 400;
+// The longer side of the picture shown in the editor, in pixels.
+constexpr int pictureSize = 120;
 
 std::string utf8(const QString& text) {
     return text.toStdString();
@@ -249,7 +252,36 @@ SnippetEditorPane::SnippetEditorPane(LibraryEditor& editor,
     apps_ = new QLineEdit(form_);
     named(apps_, QStringLiteral("Applications"));
     apps_->setPlaceholderText(QStringLiteral("Window classes, such as firefox, gedit"));
-    form->addRow(QStringLiteral("A&pplications"), apps_);
+    addApp_ = new QToolButton(form_);
+    addApp_->setText(QStringLiteral("Add &Open Application"));
+    named(addApp_, QStringLiteral("Add an application that has a window open"));
+    addApp_->setPopupMode(QToolButton::InstantPopup);
+    auto* openApps = new QMenu(addApp_);
+    addApp_->setMenu(openApps);
+    // Listed when the menu opens: the windows open then, not when the editor was built.
+    connect(openApps, &QMenu::aboutToShow, this, [this, openApps] {
+        openApps->clear();
+        const std::vector<std::string> ids =
+            runningApps_ ? runningApps_() : std::vector<std::string>();
+        for (const std::string& id : ids) {
+            openApps->addAction(fromUtf8(id), this, [this, id] {
+                if (id_) {
+                    report(editor_.addApplication(*id_, id));
+                    load();
+                    if (onSaved_) {
+                        onSaved_(); // the list's scope badge
+                    }
+                }
+            });
+        }
+        if (ids.empty()) {
+            openApps->addAction(QStringLiteral("No windows are open"))->setEnabled(false);
+        }
+    });
+    auto* appsRow = new QHBoxLayout;
+    appsRow->addWidget(apps_, 1);
+    appsRow->addWidget(addApp_);
+    form->addRow(QStringLiteral("A&pplications"), appsRow);
     sites_ = new QLineEdit(form_);
     named(sites_, QStringLiteral("Websites"));
     sites_->setPlaceholderText(QStringLiteral("Sites, such as mail.example.com"));
@@ -415,7 +447,7 @@ void SnippetEditorPane::load() {
     content_->setPlaceholderText(hidden ? QStringLiteral("The text is locked.")
                                         : QStringLiteral("What the abbreviation becomes"));
     showLocked_->setVisible(hidden);
-    picture_->setText(snippet->image ? fromUtf8(*snippet->image) : QStringLiteral("None"));
+    showPicture(*snippet);
     removePicture_->setEnabled(snippet->image.has_value());
     showNotes(*snippet);
 }
@@ -429,9 +461,31 @@ void SnippetEditorPane::showNotes(const Snippet& snippet) {
     const bool previewed = snippet.kind == Snippet::Kind::text && !snippet.locked;
     preview_->setVisible(previewed);
     if (previewed) {
-        const std::string text = editor_.preview(snippet);
-        preview_->setText(text.empty() ? QStringLiteral(" ") : fromUtf8(text));
+        // A Markdown snippet shows as it pastes, styled.
+        if (std::optional<std::string> styled = editor_.styledPreview(snippet)) {
+            preview_->setTextFormat(Qt::RichText);
+            preview_->setText(fromUtf8(*styled));
+        } else {
+            const std::string text = editor_.preview(snippet);
+            preview_->setTextFormat(Qt::PlainText);
+            preview_->setText(text.empty() ? QStringLiteral(" ") : fromUtf8(text));
+        }
     }
+}
+
+void SnippetEditorPane::showPicture(const Snippet& snippet) {
+    const std::optional<std::filesystem::path> file = editor_.picture(snippet);
+    const QString name = snippet.image ? fromUtf8(*snippet.image) : QString();
+    QPixmap shown;
+    if (file && shown.load(QString::fromStdString(file->string()))) {
+        picture_->setPixmap(
+            shown.scaled(pictureSize, pictureSize, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    } else {
+        picture_->setText(!file ? QStringLiteral("None")
+                                : name + QStringLiteral(" (can't be read)"));
+    }
+    picture_->setAccessibleDescription(name);
+    picture_->setToolTip(name);
 }
 
 void SnippetEditorPane::change(const std::function<void(Snippet&)>& edit) {

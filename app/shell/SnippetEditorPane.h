@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
 class QCheckBox;
 class QComboBox;
@@ -14,6 +16,7 @@ class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
+class QToolButton;
 
 namespace quillet {
 
@@ -39,6 +42,10 @@ public:
     void setOnSaved(std::function<void()> callback) { onSaved_ = std::move(callback); }
     /// Puts the keyboard focus on the abbreviation.
     void focusAbbreviation();
+    /// Sets where the applications with a window open come from, for the applications menu.
+    void setRunningApplications(std::function<std::vector<std::string>()> running) {
+        runningApps_ = std::move(running);
+    }
 
     QLineEdit& abbreviation() { return *abbreviation_; }
     QPlainTextEdit& content() { return *content_; }
@@ -51,12 +58,15 @@ public:
     QCheckBox& pattern() { return *pattern_; }
     QCheckBox& locked() { return *locked_; }
     QPushButton& choosePictureButton() { return *choosePicture_; }
+    QToolButton& addApplicationButton() { return *addApp_; }
+    QLabel& picture() { return *picture_; }
     QLabel& warning() { return *warning_; }
     QLabel& problem() { return *problem_; }
     QLabel& preview() { return *preview_; }
 
 private:
     void load();
+    void showPicture(const Snippet& snippet);
     void change(const std::function<void(Snippet&)>& edit);
     void report(const std::optional<std::string>& problem);
     void showNotes(const Snippet& snippet);
@@ -84,6 +94,8 @@ private:
     QCheckBox* markdown_;
     QLabel* picture_;
     QPushButton* choosePicture_;
+    QToolButton* addApp_;
+    std::function<std::vector<std::string>()> runningApps_;
     QPushButton* removePicture_;
     QComboBox* trigger_;
     QComboBox* scope_;

@@ -72,6 +72,19 @@ TEST(LibraryEditor, EveryFieldReachesTheFileAndNoEditIsLostToAChangeUnderneath) 
     EXPECT_EQ(testing::pairsOf(h.onDisk()),
               (testing::Pairs{{";cli", "from the terminal"}, {";addr", "3 Main St"}}));
 
+    // An application picked from the open windows is added once; a snippet that fired
+    // everywhere then fires only there, one kept out of some applications stays so.
+    const Uuid cli = theirs.back().id;
+    EXPECT_EQ(h.editor.addApplication(cli, "gedit"), std::nullopt);
+    EXPECT_EQ(h.editor.addApplication(cli, "gedit"), std::nullopt);
+    EXPECT_EQ(h.editor.find(cli)->apps, std::vector<std::string>{"gedit"});
+    EXPECT_EQ(h.editor.find(cli)->scope, Snippet::Scope::only);
+    edited.scope = Snippet::Scope::except;
+    ASSERT_EQ(h.editor.update(edited), std::nullopt);
+    EXPECT_EQ(h.editor.addApplication(id, "xterm"), std::nullopt);
+    EXPECT_EQ(h.onDisk().back().apps, (std::vector<std::string>{"firefox", "xterm"}));
+    EXPECT_EQ(h.onDisk().back().scope, Snippet::Scope::except);
+
     // A library file that cannot be read is never written: the edit is refused with why.
     testing::writeText(h.store().location().libraryFile(), "[{");
     SnippetStore broken(h.preferences, h.watcher, h.loop, h.folders);
@@ -199,6 +212,13 @@ TEST(LibraryEditor, WarningsNoticesPreviewSitesAndChoicesAsTheEditorShowsThem) {
 
     EXPECT_EQ(h.editor.preview(snippet(";p", "Hi {field:Name=Bob}, {snippet:;ab}{cursor}")),
               "Hi Bob, AB");
+    // Markdown previews as it pastes: rendered after the template.
+    const auto markdown = [](Snippet& s) { s.markdown = true; };
+    EXPECT_EQ(h.editor.styledPreview(snippet(";m", "**{field:W=bold}**", markdown)),
+              "<strong>bold</strong>");
+    EXPECT_EQ(h.editor.styledPreview(snippet(";m", "**plain**")), std::nullopt);
+    EXPECT_EQ(h.editor.picture(snippet(";i", "", [](Snippet& s) { s.image = "a.png"; })),
+              h.store().location().imagesFolder() / "a.png");
 
     std::string problem;
     EXPECT_EQ(LibraryEditor::sites(" Mail.Example.com/inbox , https://x.org/a,, mail.example.com",

@@ -11,12 +11,15 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
+#include <QMenu>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
+#include <QToolButton>
 #include <gtest/gtest.h>
 
 namespace quillet {
@@ -70,6 +73,12 @@ TEST(SnippetsPage, EveryFieldTypedOrChosenReachesTheFile) {
     pane.markdown().setChecked(true);
     pane.apps().setText(" firefox ,gedit,");
     emit pane.apps().editingFinished();
+    // The applications menu lists the windows open when it opens.
+    pane.setRunningApplications([] { return std::vector<std::string>{"gedit", "kate"}; });
+    QMenu* open = pane.addApplicationButton().menu();
+    emit open->aboutToShow();
+    ASSERT_EQ(open->actions().size(), 2);
+    open->actions().back()->trigger();
     pane.sites().setText("Mail.Example.com/inbox, localhost");
     emit pane.sites().editingFinished();
     EXPECT_EQ(named<QLabel>(pane, "Websites problem").text(),
@@ -81,12 +90,15 @@ TEST(SnippetsPage, EveryFieldTypedOrChosenReachesTheFile) {
     EXPECT_EQ(stored.trigger, TriggerMode::tab);
     EXPECT_EQ(stored.scope, Snippet::Scope::except);
     EXPECT_TRUE(stored.markdown);
-    EXPECT_EQ(stored.apps, (std::vector<std::string>{"firefox", "gedit"}));
+    EXPECT_EQ(stored.apps, (std::vector<std::string>{"firefox", "gedit", "kate"}));
     EXPECT_EQ(stored.sites, std::vector<std::string>{"mail.example.com"});
     EXPECT_EQ(stored.image, std::nullopt) << "the picture file does not exist";
     EXPECT_TRUE(pane.problem().text().startsWith("Couldn't copy the picture"));
-    testing::writeText(h.picture, "png bytes");
+    QImage photo(40, 20, QImage::Format_RGB32);
+    photo.fill(Qt::red);
+    ASSERT_TRUE(photo.save(QString::fromStdString(h.picture.string()), "PNG"));
     pane.choosePictureButton().click();
+    EXPECT_EQ(pane.picture().pixmap().width(), 120) << "shown, scaled to fit";
     ASSERT_TRUE(h.onDisk().back().image);
     EXPECT_TRUE(h.onDisk().back().image->ends_with(".png"));
     EXPECT_TRUE(std::filesystem::exists(h.coordinator->store().location().imagesFolder() /

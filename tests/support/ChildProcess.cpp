@@ -187,12 +187,6 @@ bool LiveProcess::waitForError(const std::string& text, std::chrono::millisecond
     return fillUntil([&] { return err_.find(text, from) != std::string::npos; }, timeout);
 }
 
-const std::string& LiveProcess::errors() {
-    while (fill(std::chrono::milliseconds(0))) {
-    }
-    return err_;
-}
-
 int LiveProcess::stop(int signal, std::chrono::milliseconds timeout) {
     if (pid_ > 0 && status_ < 0) {
         ::kill(pid_, signal);

@@ -56,8 +56,8 @@ public:
     /// within timeout.
     bool waitForError(const std::string& text, std::chrono::milliseconds timeout,
                       std::size_t from = 0);
-    /// Everything it wrote to standard error so far, reading what is waiting in the pipe first.
-    const std::string& errors();
+    /// Everything read from standard error so far.
+    const std::string& errors() const { return err_; }
     /// Sends signal and waits up to timeout for the exit; the exit status, or -1 when it went on.
     int stop(int signal, std::chrono::milliseconds timeout);
     /// The child's process id.

@@ -68,7 +68,7 @@ public:
     /// True once it logged that it listens.
     bool listening() const { return listening_; }
     /// Everything it wrote to standard error.
-    const std::string& log() { return process_->errors(); }
+    const std::string& log() const { return process_->errors(); }
     /// Waits until it logs text after the first from characters of its log.
     bool waitForLog(const std::string& text, std::size_t from) {
         return process_->waitForError(text, std::chrono::seconds(5), from);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace quillet {
 
@@ -15,6 +16,10 @@ public:
 
     std::string id() const override { return id_; }
     void setOnChange(std::function<void()> changed) override { changed_ = std::move(changed); }
+    std::vector<std::string> running() const override { return running_; }
+
+    /// Sets the applications that have a window open.
+    void setRunning(std::vector<std::string> ids) { running_ = std::move(ids); }
 
     /// Brings another application to the front and says so.
     void switchTo(std::string id) {
@@ -30,6 +35,7 @@ public:
 
 private:
     std::string id_;
+    std::vector<std::string> running_;
     std::function<void()> changed_;
 };
 

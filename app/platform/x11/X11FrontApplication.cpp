@@ -4,6 +4,7 @@
 #include "platform/x11/XcbReply.h"
 
 #include <X11/Xlib-xcb.h>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,8 @@ namespace {
 // How far up from the focused window a WM_CLASS is looked for; real trees are a few levels
 // deep, and the bound keeps a window tree changing under our feet from looping.
 constexpr int maxDepth = 64;
+// The most windows read from the window manager's list: far more than anyone keeps open.
+constexpr std::uint32_t maxClients = 4096;
 
 xcb_window_t activeWindow(xcb_connection_t* c, xcb_window_t root, xcb_atom_t atom) {
     xcb_generic_error_t* error = nullptr;
@@ -53,6 +56,47 @@ std::pair<std::string, xcb_window_t> classUpFrom(xcb_connection_t* c, xcb_window
     return {};
 }
 
+// The windows the window manager lists as its clients; nothing without one.
+std::vector<xcb_window_t> clientList(xcb_connection_t* c, xcb_window_t root, xcb_atom_t atom) {
+    xcb_generic_error_t* error = nullptr;
+    auto reply = takeReply(
+        xcb_get_property_reply(
+            c, xcb_get_property(c, 0, root, atom, XCB_ATOM_WINDOW, 0, maxClients), &error),
+        error);
+    std::vector<xcb_window_t> windows;
+    if (reply && reply->format == 32) {
+        const auto* first = static_cast<const xcb_window_t*>(xcb_get_property_value(reply.get()));
+        windows.assign(first, first + xcb_get_property_value_length(reply.get()) / 4);
+    }
+    return windows;
+}
+
+// The top-level windows on screen, for a session without a window manager.
+std::vector<xcb_window_t> shownTopLevels(xcb_connection_t* c, xcb_window_t root) {
+    xcb_generic_error_t* error = nullptr;
+    auto tree = takeReply(xcb_query_tree_reply(c, xcb_query_tree(c, root), &error), error);
+    std::vector<xcb_window_t> windows;
+    if (!tree) {
+        return windows;
+    }
+    const xcb_window_t* children = xcb_query_tree_children(tree.get());
+    const int count = xcb_query_tree_children_length(tree.get());
+    std::vector<xcb_get_window_attributes_cookie_t> cookies;
+    for (int i = 0; i < count; ++i) {
+        cookies.push_back(xcb_get_window_attributes(c, children[i]));
+    }
+    for (int i = 0; i < count; ++i) {
+        auto attributes = takeReply(
+            xcb_get_window_attributes_reply(c, cookies[static_cast<std::size_t>(i)], &error),
+            error);
+        if (attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
+            !attributes->override_redirect) {
+            windows.push_back(children[i]);
+        }
+    }
+    return windows;
+}
+
 // Selects events on a window that may be gone by now; false when it is.
 bool selectEvents(xcb_connection_t* c, xcb_window_t window, std::uint32_t mask) {
     xcb_generic_error_t* error = xcb_request_check(
@@ -68,6 +112,7 @@ X11FrontApplication::X11FrontApplication(X11Connection& connection)
       root_(XDefaultRootWindow(display_)),
       activeAtom_(XInternAtom(display_, "_NET_ACTIVE_WINDOW", False)),
       pidAtom_(XInternAtom(display_, "_NET_WM_PID", False)),
+      clientListAtom_(XInternAtom(display_, "_NET_CLIENT_LIST", False)),
       alive_(std::make_shared<X11FrontApplication*>(this)) {
     // Focus events on the root come when the focus leaves it or returns to it (no window
     // manager, or one without EWMH).
@@ -90,6 +135,25 @@ X11FrontApplication::~X11FrontApplication() {
         selectEvents(c, static_cast<xcb_window_t>(followed_), 0);
     }
     selectEvents(c, static_cast<xcb_window_t>(root_), 0);
+}
+
+std::vector<std::string> X11FrontApplication::running() const {
+    xcb_connection_t* c = XGetXCBConnection(display_);
+    const auto root = static_cast<xcb_window_t>(root_);
+    std::vector<xcb_window_t> windows =
+        clientList(c, root, static_cast<xcb_atom_t>(clientListAtom_));
+    if (windows.empty()) {
+        windows = shownTopLevels(c, root);
+    }
+    std::vector<std::string> ids;
+    for (xcb_window_t window : windows) {
+        if (std::string id = wmClassOf(c, window); !id.empty()) {
+            ids.push_back(std::move(id));
+        }
+    }
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids;
 }
 
 void X11FrontApplication::drainEvents() {

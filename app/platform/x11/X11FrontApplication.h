@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace quillet {
 
@@ -28,6 +29,9 @@ public:
 
     std::string id() const override { return id_; }
     void setOnChange(std::function<void()> changed) override { changed_ = std::move(changed); }
+    /// The classes of the windows the window manager lists (_NET_CLIENT_LIST) or, without one,
+    /// of the top-level windows on screen.
+    std::vector<std::string> running() const override;
 
     /// The WM_CLASS class of the window in front, the same as id().
     std::string windowClass() const { return id_; }
@@ -64,6 +68,7 @@ private:
     Window root_;
     Atom activeAtom_;
     Atom pidAtom_;
+    Atom clientListAtom_;
     Window followed_ = None; // the focused window whose focus changes are selected
     std::string id_;
     Window window_ = None;

@@ -59,6 +59,19 @@ TEST_F(Front, FollowsTheActiveWindowAndCallsOnlyWhenTheApplicationChanges) {
     EXPECT_EQ(X11FrontApplication(*testing::openOwn(loop)).id(), "Beta");
 }
 
+TEST_F(Front, ListsTheApplicationsWithAWindowEachOnceAndNoUnmanagedPopups) {
+    const Window first = clients.open("Gamma");
+    clients.open("Delta");
+    clients.open("Gamma");
+    clients.open("Tooltip", "", true);
+    const std::vector<std::string> expected = {"Delta", "Gamma"};
+    // The window manager lists a window once it manages it, a moment after it shows.
+    EXPECT_TRUE(loop.runUntil([&] { return front->running() == expected; }, 10s))
+        << ::testing::PrintToString(front->running());
+    clients.close(first);
+    EXPECT_EQ(front->running(), expected) << "the other Gamma window is still open";
+}
+
 TEST_F(Front, AFocusedWindowWithoutClassIsNamedByItsNearestAncestorWithOne) {
     const Window beta = clients.open("Beta");
     clients.activate(beta);
