@@ -28,10 +28,7 @@ X11Connection::X11Connection(Display* display, Scheduler& scheduler)
 X11Connection::~X11Connection() {
     self_.reset();
     stopping_ = true;
-    if (wake_[1] >= 0) {
-        const char byte = 0;
-        [[maybe_unused]] ssize_t n = write(wake_[1], &byte, 1);
-    }
+    wakeWatcher();
     if (watcher_.joinable()) {
         watcher_.join();
     }
@@ -41,6 +38,13 @@ X11Connection::~X11Connection() {
         }
     }
     XCloseDisplay(display_);
+}
+
+void X11Connection::wakeWatcher() {
+    if (wake_[1] >= 0) {
+        const char byte = 0;
+        [[maybe_unused]] const ssize_t n = write(wake_[1], &byte, 1); // full: it is awake anyway
+    }
 }
 
 void X11Connection::watch(Handler handler) {
@@ -70,6 +74,7 @@ void X11Connection::drainSoon() {
 
 void X11Connection::drain() {
     draining_ = false;
+    wakeWatcher(); // it watches the socket again from now on
     if (handler_) {
         handler_(display_);
     }
@@ -84,12 +89,18 @@ void X11Connection::watchLoop() {
     const int fd = ConnectionNumber(display_);
     while (!stopping_) {
         // While a drain is queued the socket stays readable until the main thread reads it:
-        // then only the wake pipe is watched, briefly, so the thread never spins.
+        // then only the wake pipe is watched, which the drain writes to once it ran, so the
+        // thread neither spins nor wakes on a timer.
         const bool queued = draining_;
         pollfd fds[2] = {{wake_[0], POLLIN, 0}, {fd, POLLIN, 0}};
-        const int n = poll(fds, queued ? 1 : 2, queued ? 1 : -1);
+        const int n = poll(fds, queued ? 1 : 2, -1);
         if (stopping_ || (n < 0 && errno != EINTR)) {
             return;
+        }
+        if (n > 0 && (fds[0].revents & POLLIN) != 0) {
+            char bytes[64];
+            while (read(wake_[0], bytes, sizeof bytes) > 0) {
+            }
         }
         if (!queued && n > 0 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
             drainSoon();

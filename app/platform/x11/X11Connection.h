@@ -60,6 +60,8 @@ public:
 private:
     X11Connection(Display* display, Scheduler& scheduler);
     void watchLoop();
+    // Makes the watcher thread look at its flags again.
+    void wakeWatcher();
     void drain();
 
     Display* display_;
