@@ -1,5 +1,5 @@
 // Saves a picture of a panel or window: PanelScreenshot
-// form|popup|picker|snippets|overview|collections|import|settings OUT.png
+// form|popup|picker|snippets|editor|overview|collections|import|settings OUT.png
 // [--dark].
 // Under the offscreen platform the picture is the panel's content, without a window frame.
 #include "library/JsonPreferences.h"
@@ -17,7 +17,11 @@
 #include "transfer/SharedFolder.h"
 
 #include <QApplication>
+#include <QColor>
+#include <QFont>
+#include <QImage>
 #include <QLineEdit>
+#include <QPainter>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <cstdio>
@@ -26,10 +30,11 @@
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr,
-                     "usage: %s form|popup|picker|snippets|overview|collections|import|settings "
-                     "OUT.png [--dark]\n",
-                     argv[0]);
+        std::fprintf(
+            stderr,
+            "usage: %s form|popup|picker|snippets|editor|overview|collections|import|settings "
+            "OUT.png [--dark]\n",
+            argv[0]);
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -90,6 +95,7 @@ int main(int argc, char** argv) {
     std::unique_ptr<quillet::MainWindow> window;
     const std::map<QString, quillet::MainWindow::Page> pages = {
         {QStringLiteral("snippets"), quillet::MainWindow::Page::snippets},
+        {QStringLiteral("editor"), quillet::MainWindow::Page::snippets},
         {QStringLiteral("overview"), quillet::MainWindow::Page::overview},
         {QStringLiteral("collections"), quillet::MainWindow::Page::collections},
         {QStringLiteral("import"), quillet::MainWindow::Page::transfer},
@@ -130,7 +136,24 @@ int main(int argc, char** argv) {
         add(";week", "return 'Week ' + 48;",
             [](quillet::Snippet& s) { s.kind = quillet::Snippet::Kind::javascript; });
         add(";old", "Our old address", [](quillet::Snippet& s) { s.archived = true; });
+        add(";sale",
+            "**Spring sale:** _20% off_ until {date+14d}, see [our shop](https://example.com)",
+            [](quillet::Snippet& s) {
+                s.markdown = true;
+                s.image = "sale.png";
+            });
         store->setSnippets(std::move(list));
+        {
+            QImage picture(240, 160, QImage::Format_RGB32);
+            picture.fill(QColor(0x2e, 0x7d, 0x32));
+            QPainter paint(&picture);
+            paint.setPen(Qt::white);
+            paint.setFont(QFont(QStringLiteral("Sans"), 28, QFont::Bold));
+            paint.drawText(picture.rect(), Qt::AlignCenter, QStringLiteral("SALE"));
+            std::filesystem::create_directories(store->location().imagesFolder());
+            picture.save(
+                QString::fromStdString((store->location().imagesFolder() / "sale.png").string()));
+        }
         // A few weeks of use: the overview's figures and lists.
         const quillet::Date now = quillet::Date::now();
         for (std::size_t i = 0; i < 3; ++i) {
@@ -152,6 +175,8 @@ int main(int argc, char** argv) {
             quillet::MainWindow::Parts{*library, *settings, *overview, *transfer, nullptr});
         if (what == QStringLiteral("snippets")) {
             window->snippetsPage().select(store->snippets()[2].id);
+        } else if (what == QStringLiteral("editor")) {
+            window->snippetsPage().select(store->snippets().back().id);
         }
         window->open(pages.at(what));
         window->resize(1000, 700);

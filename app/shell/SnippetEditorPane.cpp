@@ -281,7 +281,9 @@ SnippetEditorPane::SnippetEditorPane(LibraryEditor& editor,
     auto* appsRow = new QHBoxLayout;
     appsRow->addWidget(apps_, 1);
     appsRow->addWidget(addApp_);
-    form->addRow(QStringLiteral("A&pplications"), appsRow);
+    auto* appsLabel = new QLabel(QStringLiteral("A&pplications"), form_);
+    appsLabel->setBuddy(apps_);
+    form->addRow(appsLabel, appsRow);
     sites_ = new QLineEdit(form_);
     named(sites_, QStringLiteral("Websites"));
     sites_->setPlaceholderText(QStringLiteral("Sites, such as mail.example.com"));
@@ -304,6 +306,8 @@ SnippetEditorPane::SnippetEditorPane(LibraryEditor& editor,
     preview_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     preview_->setFrameShape(QFrame::StyledPanel);
     preview_->setMargin(6);
+    // The whole row's width, so wrapped (and styled) text gets the height it needs.
+    preview_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Minimum);
     form->addRow(QStringLiteral("Preview"), preview_);
     problem_ = problemLabel(this);
     outer->addWidget(problem_);
