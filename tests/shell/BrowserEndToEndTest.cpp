@@ -52,11 +52,6 @@ public:
     }
 
     int port() const { return port_; }
-    /// Waits until the page reports its text area has the keyboard focus; whether it did.
-    bool waitForFocus() {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, 10s, [&] { return ready_; });
-    }
     /// Every text the page reported, in brackets, for a failure's message.
     std::string history() {
         std::lock_guard lock(mutex_);
@@ -85,11 +80,7 @@ private:
                    (got = read(client, buffer, sizeof buffer)) > 0) {
                 request.append(buffer, static_cast<std::size_t>(got));
             }
-            if (request.starts_with("POST /ready")) {
-                std::lock_guard lock(mutex_);
-                ready_ = true;
-                changed_.notify_all();
-            } else if (request.starts_with("POST")) {
+            if (request.starts_with("POST")) {
                 // The body: a change's number, a line break, the text. Requests may arrive out
                 // of order; the latest change wins.
                 const std::size_t length = lengthOf(request);
@@ -114,12 +105,7 @@ private:
                     : "<!doctype html><title>Page</title><textarea autofocus></textarea><script>"
                       "let n = 0; const area = document.querySelector('textarea');"
                       "area.oninput = () => fetch('/text', {method: 'POST', body: ++n + "
-                      "'\\n' + area.value});"
-                      // Keys typed before the text area has the focus of a focused page go
-                      // nowhere: the browser is still starting.
-                      "const ready = () => { if (document.hasFocus() && "
-                      "document.activeElement === area) fetch('/ready', {method: 'POST'}); };"
-                      "area.onfocus = ready; window.onfocus = ready; ready();</script>";
+                      "'\\n' + area.value});</script>";
             const std::string reply = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n"
                                       "Content-Length: " +
                                       std::to_string(body.size()) +
@@ -145,7 +131,6 @@ private:
     long latest_ = 0;
     std::string text_;
     std::string history_;
-    bool ready_ = false;
 };
 
 bool waitForLog(QuilletProcess& quillet, const std::string& text, int tries) {
@@ -189,7 +174,6 @@ TEST(BrowserEndToEnd, ChromiumReportsTheSiteAndItsSnippetsExpandThereFromEveryKe
     ASSERT_TRUE(waitForLog(quillet, "trace: site Chromium example.test", 12))
         << quillet.log() << testing::contentsOf(quillet.home() / "chromium.log");
     EXPECT_TRUE(waitForLog(quillet, "trace: front Chromium", 6)) << quillet.log();
-    ASSERT_TRUE(page.waitForFocus()) << testing::contentsOf(quillet.home() / "chromium.log");
     // Nothing but the host's name reaches Quillet: not the port or the rest of the address.
     EXPECT_EQ(quillet.log().find("example.test:"), std::string::npos);
 

@@ -112,7 +112,6 @@ X11FrontApplication::X11FrontApplication(X11Connection& connection)
       root_(XDefaultRootWindow(display_)),
       activeAtom_(XInternAtom(display_, "_NET_ACTIVE_WINDOW", False)),
       pidAtom_(XInternAtom(display_, "_NET_WM_PID", False)),
-      clientListAtom_(XInternAtom(display_, "_NET_CLIENT_LIST", False)),
       alive_(std::make_shared<X11FrontApplication*>(this)) {
     // Focus events on the root come when the focus leaves it or returns to it (no window
     // manager, or one without EWMH).
@@ -140,8 +139,9 @@ X11FrontApplication::~X11FrontApplication() {
 std::vector<std::string> X11FrontApplication::running() const {
     xcb_connection_t* c = XGetXCBConnection(display_);
     const auto root = static_cast<xcb_window_t>(root_);
-    std::vector<xcb_window_t> windows =
-        clientList(c, root, static_cast<xcb_atom_t>(clientListAtom_));
+    // Interned here, not at start: only the editor's picker asks, and seldom.
+    std::vector<xcb_window_t> windows = clientList(
+        c, root, static_cast<xcb_atom_t>(XInternAtom(display_, "_NET_CLIENT_LIST", False)));
     if (windows.empty()) {
         windows = shownTopLevels(c, root);
     }

@@ -68,7 +68,6 @@ private:
     Window root_;
     Atom activeAtom_;
     Atom pidAtom_;
-    Atom clientListAtom_;
     Window followed_ = None; // the focused window whose focus changes are selected
     std::string id_;
     Window window_ = None;
